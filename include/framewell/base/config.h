@@ -1,0 +1,36 @@
+#pragma once
+
+/// @file
+/// The ground under every other header: the version of the library and its export macro.
+
+#define FRAMEWELL_VERSION_MAJOR 0
+#define FRAMEWELL_VERSION_MINOR 1
+#define FRAMEWELL_VERSION_PATCH 0
+
+/// The version as one number that can be compared in a preprocessor condition.
+#define FRAMEWELL_VERSION_NUMBER(major, minor, patch) ((major)*1000000 + (minor)*1000 + (patch))
+#define FRAMEWELL_VERSION                                                      \
+    FRAMEWELL_VERSION_NUMBER(FRAMEWELL_VERSION_MAJOR, FRAMEWELL_VERSION_MINOR, \
+                             FRAMEWELL_VERSION_PATCH)
+
+/// Marks what a host may link against; everything else stays hidden inside the library.
+#if defined(__GNUC__) || defined(__clang__)
+#define FRAMEWELL_API __attribute__((visibility("default")))
+#else
+#define FRAMEWELL_API
+#endif
+
+namespace ff {
+
+/// Returns the version of the library that is loaded, for example "0.1.0".
+/// Compare it with the FRAMEWELL_VERSION_... macros to see whether the headers that a host was
+/// compiled with belong to the library that it runs with.
+/// Thread-safety: safe. The text is static.
+FRAMEWELL_API const char* framewell_version();
+
+/// Returns the FFmpeg libraries that framewell was compiled against and those that it runs with,
+/// as one line of text: "libavcodec 59.37.100 (running 59.37.100), ...".
+/// Thread-safety: safe. The text is static.
+FRAMEWELL_API const char* framewell_ffmpeg_report();
+
+}  // namespace ff

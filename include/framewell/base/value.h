@@ -1,0 +1,239 @@
+#pragma once
+
+#include <framewell/base/config.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+/// @file
+/// A dynamically typed value and its two containers; together they form trees.
+
+namespace mox {
+
+class MultiValues;
+class ValueArray;
+class ValueMap;
+
+/// What a Value holds. The numbers are fixed; others have no meaning and are never stored.
+enum ValueType : std::uint16_t {
+    T_NULL = 0,  ///< nothing
+    T_BOOL = 1,
+    T_INT = 2,  ///< signed, 64 bits
+    T_DOUBLE = 3,
+    T_STRING = 4,    ///< one byte or more
+    T_MAP = 5,       ///< owns a ValueMap
+    T_LIST = 6,      ///< owns a ValueArray
+    T_INT2 = 7,      ///< two signed 32-bit numbers
+    T_INT4 = 8,      ///< four of them
+    T_DOUBLE2 = 9,   ///< two doubles
+    T_DOUBLE4 = 10,  ///< four of them
+    T_POINTER = 11,  ///< an opaque pointer, never followed or freed
+    T_PTR = 12,      ///< a borrowed buffer, never copied or freed
+    T_ERROR = 99,    ///< a signed 64-bit code and a message
+};
+
+/// One value of any of these types. It owns its text and its container; copies are deep, moves
+/// leave T_NULL behind.
+///
+///     mox::Value size = mox::Value::int2(1920, 1080);
+///     mox::Value count = mox::Value::integer(8);
+///     mox::Value name = mox::Value::string("clip");     // "" gives T_NULL: no text is ever empty
+///     long long n = name.toInteger(4);                  // 4: not a number
+///
+/// Copying and destroying go down a tree by recursion: keep trees within 10,000 levels.
+/// Thread-safety: one thread at a time for a whole tree; reading from several is fine.
+class FRAMEWELL_API Value {
+public:
+    /// Makes a T_NULL value.
+    constexpr Value() noexcept = default;
+    Value(const Value& other);
+    Value(Value&& other) noexcept;
+    Value& operator=(const Value& other);
+    Value& operator=(Value&& other) noexcept;
+    virtual ~Value();
+
+    static Value boolean(bool value);
+    static Value integer(long long value);
+    static Value number(double value);
+    static Value int2(std::int32_t a, std::int32_t b);
+    static Value int4(std::int32_t a, std::int32_t b, std::int32_t c, std::int32_t d);
+    static Value double2(double a, double b);
+    static Value double4(double a, double b, double c, double d);
+
+    /// Gives a T_STRING with a copy of `text`, which may contain NULs; T_NULL if it is empty,
+    /// longer than 2^31 - 1 bytes or memory runs out.
+    static Value string(std::string_view text);
+
+    /// Gives a T_ERROR. A message that string() would refuse is left out.
+    static Value error(long long code, std::string_view message);
+
+    static Value pointer(void* pointer);
+
+    /// Gives a T_PTR to `length` bytes that must outlive the value and all of its copies.
+    static Value borrowed(char* data, std::int32_t length);
+
+    /// Gives a T_LIST or T_MAP that takes over `items` and leaves it empty.
+    static Value list(std::list<Value>&& items);
+    static Value map(std::map<std::string, Value>&& items);
+
+    ValueType type() const { return m_type; }
+
+    bool isNull() const { return m_type == T_NULL; }
+
+    // Each gives what it is named after if the value is exactly of that type, else `fallback`.
+
+    bool asBool(bool fallback = false) const;
+    long long asInteger(long long fallback = 0) const;
+    double asNumber(double fallback = 0) const;
+    void* asPointer(void* fallback = nullptr) const;
+
+    /// Returns two or four numbers, owned by the value; null if the type is another.
+    const std::int32_t* asInt2() const;
+    const std::int32_t* asInt4() const;
+    const double* asDouble2() const;
+    const double* asDouble4() const;
+
+    /// Returns the code of a T_ERROR, else `fallback`.
+    long long errorCode(long long fallback = 0) const;
+
+    /// Returns the text of a T_STRING or the message of a T_ERROR, owned by the value and followed
+    /// by a NUL; empty for other types.
+    std::string_view text() const;
+
+    /// Returns the bytes of a T_STRING, T_ERROR or T_PTR; null if there are none.
+    const char* data() const { return m_data; }
+
+    /// Returns the number of bytes behind data().
+    std::int32_t length() const { return m_length; }
+
+    /// Returns the container, owned by the value; null if the type is another.
+    ValueArray* array();
+    const ValueArray* array() const;
+    ValueMap* map();
+    const ValueMap* map() const;
+
+    /// Converts to an integer: T_INT as it is, T_DOUBLE cut to its whole part and to the range,
+    /// T_BOOL 0 or 1, T_STRING if all of it is one decimal number (cut to the range). `fallback`
+    /// for NaN, any other text and any other type.
+    long long toInteger(long long fallback) const;
+
+    /// Becomes a deep copy of `src`, which may be part of this value. Null gives T_NULL, and so
+    /// does a text for which memory runs out. Nothing happens if `src` is this value.
+    void copyValue(const Value* src);
+
+    /// Becomes a T_STRING with a copy of `text`, which may be this value's own.
+    /// @return  false, and T_NULL: `text` is null, empty or too long, or memory ran out.
+    bool fastSet(const char* text);
+
+    /// Becomes a T_LIST that takes over the nodes of `items` and leaves it empty; no element is
+    /// copied.
+    void setArray(std::list<Value>&& items);
+
+    /// Becomes a T_MAP that takes over `items` and leaves it empty.
+    void setMap(std::map<std::string, Value>&& items);
+
+    /// Becomes T_NULL and lets go of what it owned.
+    void reset() noexcept;
+
+    /// A T_NULL value to refer to where there is no value. It can be used at any time, also by the
+    /// constructors and destructors of static objects.
+    static const Value m_invalid;
+
+private:
+    union Payload {
+        double numbers[4];  // first and as large as the union: clearing it clears all
+        std::int32_t integers[4];
+        std::int64_t integer;
+        double number;
+        bool boolean;
+        void* pointer;
+        MultiValues* container;  // owned; T_MAP and T_LIST
+    };
+
+    static_assert(sizeof(Payload) == 32);
+
+    bool has_container() const { return m_type == T_MAP || m_type == T_LIST; }
+
+    bool copy_data(const Value& src) noexcept;
+    bool set_text(const char* text, std::size_t length) noexcept;
+    void take(Value& other) noexcept;
+    void set_container(ValueType type, MultiValues* container) noexcept;
+
+    Payload m_payload{};
+    ValueType m_type = T_NULL;
+    char* m_data = nullptr;  // owned, except by T_PTR; texts end in a NUL that m_length leaves out
+    std::int32_t m_length = 0;
+    void (*m_release)(void*) = &std::free;  // frees m_data, by the C library that allocated it
+};
+
+/// What the two containers have in common.
+class FRAMEWELL_API MultiValues {
+public:
+    MultiValues() = default;
+    MultiValues(const MultiValues&) = delete;
+    MultiValues& operator=(const MultiValues&) = delete;
+    virtual ~MultiValues();
+
+    /// Returns a new container of the same class with deep copies of all elements, owned by the
+    /// caller.
+    virtual MultiValues* clone() const = 0;
+};
+
+/// A list of values, in the order in which they were added.
+/// Thread-safety: as for Value.
+class FRAMEWELL_API ValueArray final : public MultiValues {
+public:
+    ValueArray();
+    ~ValueArray() override;
+
+    ValueArray* clone() const override;
+
+    /// The elements, to be read and changed.
+    std::list<Value>& items() { return *m_items; }
+
+    const std::list<Value>& items() const { return *m_items; }
+
+    /// Returns the element at a position from 0, or Value::m_invalid. Takes time in proportion to
+    /// the position.
+    const Value& at(std::size_t position) const;
+
+    /// Adds a deep copy of `value` at the end.
+    void append(const Value& value);
+
+private:
+    const std::unique_ptr<std::list<Value>> m_items;
+};
+
+/// Values by name, in the order of the names' bytes.
+/// Thread-safety: as for Value.
+class FRAMEWELL_API ValueMap final : public MultiValues {
+public:
+    ValueMap();
+    ~ValueMap() override;
+
+    ValueMap* clone() const override;
+
+    /// The entries, to be read and changed.
+    std::map<std::string, Value>& items() { return *m_items; }
+
+    const std::map<std::string, Value>& items() const { return *m_items; }
+
+    /// Returns the value of `key`, or Value::m_invalid if there is none.
+    const Value& at(const char* key) const;
+
+    /// Stores a deep copy of `value`, which may be part of this map, under `key`.
+    /// @return  true: the map has it now; false: `key` is null, or there is a value already and
+    ///          `overwrite` is false.
+    bool insert_data(const char* key, const Value& value, bool overwrite);
+
+private:
+    const std::unique_ptr<std::map<std::string, Value>> m_items;
+};
+
+}  // namespace mox

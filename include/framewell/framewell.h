@@ -1,0 +1,65 @@
+#pragma once
+
+/// @file
+/// The whole library by one include: exact pictures by time out of media files.
+///
+/// Which name for which question:
+/// - What is in this file?                     ff::FFDecoder::probe(), or ff::getMovieInfo() alone
+/// - Which of its streams is the video?        ff::first_stream(), ff::stream_by_index()
+/// - What does the picture at time t look like?  ff::FFDecoder, asked with ff::RequireVideoFrame
+/// - By how much should it be shrunk?          ff::FFDecoder::getImageDivider()
+/// - Decode on the graphics hardware?          ff::hw_enable_device(), before decoders are opened
+/// - Where do messages go?                     mox::Logger
+/// - How many pictures may be kept decoded?    mox::Data
+/// - Give idle memory back to the system?      ff::mem_collection()
+///
+/// Units. Requests carry seconds from the start of the movie, as exact fractions (ff::Rational).
+/// Stream records count ticks of their stream's time base; ff::time_to_timestamp() and
+/// ff::timestamp_to_time() lead from one to the other. Results and movie records carry
+/// microseconds, and a result's time includes the start time of the file. A time that is unknown is
+/// INT64_MIN. The picture at t is the last one whose own time is not after t.
+///
+/// Ownership. Results come in shared pointers and stay valid for as long as somebody holds them,
+/// also after the decoder is gone. Probe records are the library's and live as long as the process.
+/// No pointer that a host hands in is kept after the call, except a decoder's stream record and
+/// what a host installs by an instance() function or as a callback.
+///
+/// Threads. Any thread may call anything, unless a class says otherwise. Decoding runs on the
+/// calling thread, and FFmpeg's decoders bring threads of their own. The calls of one decoder run
+/// one after another; so does the decoding of one stream. A request is cancelled from another
+/// thread by its abort flag or by closing the decoder.
+///
+/// Failures. Nothing is thrown, except that memory may run out. A call that fails returns an empty
+/// pointer, null, false or a negative FFmpeg code, and the reason is logged once. Bad files and
+/// misuse (a null stream, a request before open() or after close(), a divider of 0) end the same
+/// way.
+///
+/// What the library does to its process. It keeps for the life of the process: what it probed, the
+/// decoding workers of streams that are open, and idle buffers (mem_collection() trims these). By
+/// default it writes errors to standard error. It installs no signal handler, reads no environment
+/// variable and no configuration file, and leaves FFmpeg's global settings as they are. Nothing of
+/// it is torn down at exit, so static objects of the host may hold decoders and results.
+///
+/// Names. Everything stands in the namespaces ff, mox (logging, values, locks) and bg (memory,
+/// clock). Functions for files, in a namespace fs, will come with a header of their own that this
+/// one leaves out, so that `namespace fs = std::filesystem` keeps compiling in hosts.
+
+#include <framewell/base/blocking_queue.h>
+#include <framewell/base/config.h>
+#include <framewell/base/data.h>
+#include <framewell/base/logger.h>
+#include <framewell/base/read_write_mutex.h>
+#include <framewell/base/statics.h>
+#include <framewell/base/tracer.h>
+#include <framewell/base/value.h>
+#include <framewell/ffdecoder.h>
+#include <framewell/frame.h>
+#include <framewell/hw/hw_decoder.h>
+#include <framewell/media/ffmpeg_error.h>
+#include <framewell/media/formats.h>
+#include <framewell/media/range.h>
+#include <framewell/media/rational.h>
+#include <framewell/media/stream.h>
+#include <framewell/movie_info.h>
+#include <framewell/utils/clock.h>
+#include <framewell/utils/mempool.h>

@@ -1,0 +1,7 @@
+#include <framewell/base/statics.h>
+
+namespace mox {
+
+Statics g_statics;
+
+}  // namespace mox

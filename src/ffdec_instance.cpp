@@ -1,0 +1,339 @@
+#include "ffdec_instance.h"
+
+#include "base/log.h"
+#include "base/trace.h"
+#include "hw/hw_decoder.h"
+
+#include <framewell/media/ffmpeg_error.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace ff {
+
+namespace {
+
+constexpr char kLogSource[] = "src/ffdec_instance";
+
+/// The length of one frame in ticks by the stream's nominal rate, 0 when it has none.
+std::int64_t nominal_frame_step(AVFormatContext* format, AVStream* stream) {
+    if (stream->codecpar->codec_type != AVMEDIA_TYPE_VIDEO) {
+        return 0;
+    }
+    const AVRational rate = av_guess_frame_rate(format, stream, nullptr);
+    if (rate.num <= 0 || rate.den <= 0 || stream->time_base.num <= 0) {
+        return 0;
+    }
+    return av_rescale_q(1, av_inv_q(rate), stream->time_base);
+}
+
+}  // namespace
+
+Instance::Instance() : m_jitter(std::make_unique<FrameJitter>()) {}
+
+Instance::~Instance() {
+    close();
+}
+
+bool Instance::open(const char* path, int stream_index) {
+    close();
+    return open_format(path, stream_index) && open_codec(path, stream_index);
+}
+
+bool Instance::open_format(const char* path, int stream_index) {
+    AVFormatContext* format = nullptr;
+    const int opened =
+        path != nullptr ? avformat_open_input(&format, path, nullptr, nullptr) : AVERROR(EINVAL);
+    if (opened < 0) {
+        FW_LOG(2, "bg", "failed to open: %s, %s", path != nullptr ? path : "",
+               ffmpeg_error(opened));
+        return false;
+    }
+    m_format.reset(format);
+    const int found = avformat_find_stream_info(format, nullptr);
+    if (found < 0) {
+        FW_LOG(2, "bg", "failed to find stream info: %s", ffmpeg_error(found));
+        return false;
+    }
+    if (stream_index < 0 || stream_index >= static_cast<int>(format->nb_streams)) {
+        FW_LOG(2, "bg", "no such stream: %s, [%d]", path, stream_index);
+        return false;
+    }
+    m_stream = format->streams[stream_index];
+    ignore_other_streams();
+    return true;
+}
+
+bool Instance::open_codec(const char* path, int stream_index) {
+    const AVCodecID codec_id = m_stream->codecpar->codec_id;
+    const AVCodec* const codec = avcodec_find_decoder(codec_id);
+    if (codec == nullptr) {
+        FW_LOG(2, "bg", "failed to find decoder for: %s, [%d], %d", path, stream_index,
+               static_cast<int>(codec_id));
+        return false;
+    }
+    m_codec.reset(HWDecoder::instance()->hw_codec_alloc_context3(codec));
+    if (!m_codec) {
+        FW_LOG(2, "bg", "failed to alloc codec context");
+        return false;
+    }
+    if (avcodec_parameters_to_context(m_codec.get(), m_stream->codecpar) < 0) {
+        FW_LOG(2, "bg", "failed to copy parameters");
+        return false;
+    }
+    // Lets decoders that drop samples at the beginning (MP3, Opus) stamp what is left exactly.
+    m_codec->pkt_timebase = m_stream->time_base;
+
+    AVDictionary* options = nullptr;
+    if (av_dict_set(&options, "threads", "auto", 0) < 0) {
+        FW_LOG(2, "bg", "failed to set codec options");
+    }
+    const int opened = avcodec_open2(m_codec.get(), codec, &options);
+    m_options.reset(options);
+    if (opened < 0) {
+        FW_LOG(2, "bg", "failed to open codec: %d, err=%d, %s", static_cast<int>(codec_id), opened,
+               ffmpeg_error(opened));
+        return false;
+    }
+    m_jitter->set_name(avcodec_get_name(codec_id));
+    m_jitter->set_frame_step(nominal_frame_step(m_format.get(), m_stream));
+    m_jitter->reset(start_or_zero());
+    return true;
+}
+
+/// Tells the demuxer to skip what belongs to other streams, unread where the container allows.
+void Instance::ignore_other_streams() {
+    for (unsigned i = 0; i < m_format->nb_streams; ++i) {
+        AVStream* const stream = m_format->streams[i];
+        stream->discard = stream == m_stream ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    }
+}
+
+void Instance::close() {
+    m_options.reset();
+    if (m_codec) {
+        hw_codec_release(m_codec.get());
+        m_codec.reset();
+    }
+    m_stream = nullptr;
+    m_format.reset();
+    m_jitter->reset(AV_NOPTS_VALUE);
+    m_gate = Gate::Open;
+    m_drop_damaged = false;
+}
+
+int Instance::get_packet(AVPacket* packet) {
+    if (!m_format || m_stream == nullptr) {
+        return AVERROR_EXIT;
+    }
+    int result = 0;
+    do {
+        av_packet_unref(packet);
+        result = av_read_frame(m_format.get(), packet);
+    } while (result >= 0 && packet->stream_index != m_stream->index);
+    return result;
+}
+
+int Instance::get_frame(AVPacket* packet, AVFrame* frame) {
+    if (!m_codec) {
+        return AVERROR_EXIT;
+    }
+    av_frame_unref(frame);
+    if (m_jitter->take_ready(frame)) {
+        return 0;
+    }
+    bool more_input = true;
+    for (;;) {
+        const int received = HWDecoder::instance()->hw_codec_receive_frame(m_codec.get(), frame);
+        if (received == 0 && is_inexact(*frame)) {
+            av_frame_unref(frame);
+            continue;
+        }
+        if (received != AVERROR(EAGAIN)) {
+            if (m_jitter->put(frame) != nullptr) {
+                return 0;
+            }
+            if (received >= 0) {
+                continue;  // held back; the decoder may have more from the same packet
+            }
+        }
+        if (!more_input) {
+            if (received == AVERROR_EOF) {
+                m_jitter->finish();
+                return m_jitter->take_ready(frame) ? 0 : received;
+            }
+            return received;
+        }
+        const int fed = feed_decoder(packet, &more_input);
+        if (fed < 0) {
+            return fed;
+        }
+    }
+}
+
+/// Gives the decoder the next packet, or at the end of the file the sign to hand out what it holds.
+int Instance::feed_decoder(AVPacket* packet, bool* more_input) {
+    const int read = read_packet(packet);
+    if (read == AVERROR_EOF) {
+        (void)avcodec_send_packet(m_codec.get(), nullptr);  // fails only if it was sent before
+        *more_input = false;
+        return 0;
+    }
+    if (read < 0) {
+        FW_LOG(2, "bg", "read packet failed: %s", ffmpeg_error(read));
+        return read;
+    }
+    const int sent = avcodec_send_packet(m_codec.get(), packet);
+    av_packet_unref(packet);
+    return sent;
+}
+
+/// The next packet that the decoder is to see.
+int Instance::read_packet(AVPacket* packet) {
+    int result = get_packet(packet);
+    while (result >= 0 && !passes_key_gate(*packet)) {
+        result = get_packet(packet);
+    }
+    return result;
+}
+
+int Instance::get_subtitle(AVPacket* packet, AVSubtitle* subtitle) {
+    if (!m_codec) {
+        return AVERROR_EXIT;
+    }
+    const int read = get_packet(packet);
+    if (read < 0) {
+        return read;
+    }
+    int got = 0;
+    const int decoded = avcodec_decode_subtitle2(m_codec.get(), subtitle, &got, packet);
+    av_packet_unref(packet);
+    return got != 0 ? decoded : -1;
+}
+
+const std::uint8_t* Instance::get_subtitle_header() const {
+    return m_codec ? m_codec->subtitle_header : nullptr;
+}
+
+bool Instance::seek(std::int64_t ts, bool flush) {
+    FW_TRACE("seek", nullptr);
+    if (!m_codec) {
+        return false;
+    }
+    if (flush) {
+        avcodec_flush_buffers(m_codec.get());
+    }
+    const std::int64_t target = std::max(ts, m_stream->start_time);
+    const bool at_start = target <= start_or_zero();
+    m_jitter->reset(at_start ? start_or_zero() : AV_NOPTS_VALUE);
+    expect_key_frame(at_start);
+    return seek_file(target);
+}
+
+bool Instance::seek_file(std::int64_t target) {
+    const bool at_start_time = target == start_or_zero();
+    const int result = at_start_time ? seek_to_first_packet(target)
+                                     : av_seek_frame(m_format.get(), m_stream->index, target,
+                                                     AVSEEK_FLAG_BACKWARD);
+    if (result >= 0) {
+        return true;
+    }
+    const char* const kind = m_codec->codec_type == AVMEDIA_TYPE_AUDIO ? "Audio" : "Video";
+    FW_LOG(2, "bg", "---> seek '%s' failed (%d): %s", kind, result, ffmpeg_error(result));
+    if (!at_start_time) {
+        return false;
+    }
+    FW_LOG(2, "bg", "seek '%s' start_time=%lld, seek again ...", kind,
+           static_cast<long long>(target));
+    return reopen_at_start();
+}
+
+/// Seeks to the start of the stream, which is where its first packet lies: files are searched by
+/// decoding time, and what is shown first may be decoded long before the start time.
+int Instance::seek_to_first_packet(std::int64_t target) {
+    const int flags = m_format->iformat->flags;
+    const bool is_bisected =
+        (flags & AVFMT_TS_DISCONT) != 0 && (flags & (AVFMT_NOBINSEARCH | AVFMT_NO_BYTE_SEEK)) == 0;
+    if (is_bisected && av_seek_frame(m_format.get(), -1, 0, AVSEEK_FLAG_BYTE) >= 0) {
+        return 0;  // MPEG transport and program streams begin with their first byte
+    }
+    const std::int64_t first = compat::first_index_time(m_stream);
+    if (first != AV_NOPTS_VALUE) {
+        target = std::min(target, first);
+    }
+    return av_seek_frame(m_format.get(), m_stream->index, target, AVSEEK_FLAG_BACKWARD);
+}
+
+/// The retry of a failed seek to the start: a file that has just been opened stands there.
+bool Instance::reopen_at_start() {
+    const std::string url = m_format->url != nullptr ? m_format->url : "";
+    Instance fresh;
+    if (!fresh.open(url.c_str(), m_stream->index)) {
+        FW_LOG(2, "bg", "Seek Start failed, Reopen failed: %s", url.c_str());
+        return false;
+    }
+    FW_LOG(5, "bg", "Seek Start failed, Reopen Success !!");
+    swap(&fresh);
+    return true;
+}
+
+void Instance::swap(Instance* other) {
+    std::swap(m_format, other->m_format);
+    std::swap(m_codec, other->m_codec);
+    std::swap(m_stream, other->m_stream);
+    std::swap(m_options, other->m_options);
+    std::swap(m_jitter, other->m_jitter);
+    std::swap(m_gate, other->m_gate);
+    std::swap(m_key_time, other->m_key_time);
+    std::swap(m_drop_damaged, other->m_drop_damaged);
+}
+
+/// A search may land on any packet. At the start of a stream whatever decodes is what there is; in
+/// the middle a decoder fed from between two key frames would make up what it misses.
+void Instance::expect_key_frame(bool at_start) {
+    const bool is_video = m_codec->codec_type == AVMEDIA_TYPE_VIDEO;
+    m_gate = is_video && !at_start ? Gate::WaitForKey : Gate::Open;
+    m_key_time = AV_NOPTS_VALUE;
+    if (m_codec->codec_id == AV_CODEC_ID_H264) {
+        // After a seek to a key frame that is not an IDR picture the decoder keeps back what it has
+        // not seen recover, at the end of the stream also pictures that have (5.1). So it is told
+        // to hand out everything, and what it marks as damaged is dropped here.
+        m_drop_damaged = !at_start;
+        m_codec->flags = at_start ? m_codec->flags & ~AV_CODEC_FLAG_OUTPUT_CORRUPT
+                                  : m_codec->flags | AV_CODEC_FLAG_OUTPUT_CORRUPT;
+    }
+}
+
+bool Instance::passes_key_gate(const AVPacket& packet) {
+    if (m_gate != Gate::WaitForKey) {
+        return true;
+    }
+    if ((packet.flags & AV_PKT_FLAG_KEY) == 0) {
+        return false;
+    }
+    m_key_time = packet.pts;
+    m_gate = m_key_time != AV_NOPTS_VALUE ? Gate::WaitForTime : Gate::Open;
+    return true;
+}
+
+/// True for a picture that a decode from the start of the stream would show differently: one that
+/// lies before the key frame that decoding began with, or that the decoder says is damaged.
+bool Instance::is_inexact(const AVFrame& frame) {
+    if (m_drop_damaged && (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0) {
+        return true;
+    }
+    if (m_gate != Gate::WaitForTime) {
+        return false;
+    }
+    if (frame.best_effort_timestamp != AV_NOPTS_VALUE && frame.best_effort_timestamp < m_key_time) {
+        return true;
+    }
+    m_gate = Gate::Open;
+    return false;
+}
+
+std::int64_t Instance::start_or_zero() const {
+    return m_stream->start_time != AV_NOPTS_VALUE ? m_stream->start_time : 0;
+}
+
+}  // namespace ff

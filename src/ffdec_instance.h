@@ -1,0 +1,98 @@
+#pragma once
+
+#include "ffdec_instance_jitter.h"
+#include "media/ff_handles.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace ff {
+
+/// One demuxer and one decoder over one file and one stream of it: reads, decodes, repairs lost
+/// timestamps and seeks. The lowest layer of decoding; each worker owns one.
+///
+/// After a seek into the middle of a stream only pictures that can be decoded exactly come out:
+/// packets before the first key frame are skipped, and so are the pictures that follow that key
+/// frame in the file but lie before it in time, since they may refer to pictures before the seek.
+///
+/// Failures are FFmpeg's negative codes (or false) and are logged with tag "bg".
+/// Thread-safety: one thread at a time.
+class Instance {
+public:
+    Instance();
+    Instance(const Instance&) = delete;
+    Instance& operator=(const Instance&) = delete;
+    ~Instance();
+
+    /// Opens the file and a decoder for its stream number `stream_index`; an instance that is open
+    /// is closed first. On false the instance may be partly open: close() it.
+    bool open(const char* path, int stream_index);
+
+    /// Closes everything. Closing twice is harmless.
+    void close();
+
+    /// True once the file is open, even if opening the decoder failed afterwards.
+    bool is_open() const { return m_format != nullptr; }
+
+    /// Reads the next packet of the stream. Returns 0, or the read error (AVERROR_EOF at the end,
+    /// AVERROR_EXIT if not open).
+    int get_packet(AVPacket* packet);
+
+    /// Decodes the next frame into `frame`, its pts repaired. `packet` is scratch; both are
+    /// unreferenced first. Returns 0, AVERROR_EOF after the last frame, AVERROR_EXIT if not open,
+    /// or the error of a read or a decode call: calling again goes on behind it.
+    int get_frame(AVPacket* packet, AVFrame* frame);
+
+    /// Decodes the next subtitle event, which the caller frees with avsubtitle_free. Returns the
+    /// decoder's result, -1 if the packet gave no event, or the read error.
+    int get_subtitle(AVPacket* packet, AVSubtitle* subtitle);
+
+    /// The header of an ASS stream, owned by the decoder; null if there is none.
+    const std::uint8_t* get_subtitle_header() const;
+
+    /// Positions the stream at or before `ts` (ticks), not before its start. With `flush` the
+    /// decoder forgets what it holds. A failed seek to the start opens the file again instead.
+    bool seek(std::int64_t ts, bool flush);
+
+    /// Exchanges everything with `other`.
+    void swap(Instance* other);
+
+    AVFormatContext* format_contex() const { return m_format.get(); }
+
+    AVCodecContext* codec_context() const { return m_codec.get(); }
+
+    AVStream* avstream() const { return m_stream; }
+
+private:
+    bool open_format(const char* path, int stream_index);
+    bool open_codec(const char* path, int stream_index);
+    void ignore_other_streams();
+    int read_packet(AVPacket* packet);
+    int feed_decoder(AVPacket* packet, bool* more_input);
+    bool seek_file(std::int64_t target);
+    int seek_to_first_packet(std::int64_t target);
+    bool reopen_at_start();
+    void expect_key_frame(bool at_start);
+    bool passes_key_gate(const AVPacket& packet);
+    bool is_inexact(const AVFrame& frame);
+    std::int64_t start_or_zero() const;
+
+    /// What stands between a seek and the first picture that can be trusted.
+    enum class Gate {
+        Open,         // every picture counts
+        WaitForKey,   // packets are skipped until a key frame
+        WaitForTime,  // pictures are skipped until the key frame's own time
+    };
+
+    FormatContextPtr m_format;
+    CodecContextPtr m_codec;
+    AVStream* m_stream = nullptr;  // owned by m_format
+    DictPtr m_options;             // what avcodec_open2 left of the decoder options
+    std::unique_ptr<FrameJitter> m_jitter;
+    Gate m_gate = Gate::Open;
+    std::int64_t m_key_time = AV_NOPTS_VALUE;  // of the key frame that opened the gate
+    bool m_drop_damaged = false;               // the decoder hands out damaged pictures, marked
+};
+
+}  // namespace ff

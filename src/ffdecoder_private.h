@@ -1,0 +1,102 @@
+#pragma once
+
+#include "decoder_mgr.h"
+#include "media/av_filter_mgr.h"
+#include "media/ff_handles.h"
+
+#include <framewell/frame.h>
+#include <framewell/media/stream.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+namespace ff {
+
+/// The state behind one decoder: its place in the stream's pool of workers, and what turns decoded
+/// frames into what was asked for.
+///
+/// Thread-safety: m_mutex guards everything that is not atomic or constant. open(), the get_ and
+/// convert_ operations are called with it held; close(), open_filter() and close_filter() take it.
+class FFDecoderPrivate {
+public:
+    FFDecoderPrivate();
+    FFDecoderPrivate(const FFDecoderPrivate&) = delete;
+    FFDecoderPrivate& operator=(const FFDecoderPrivate&) = delete;
+    ~FFDecoderPrivate();
+
+    /// Adds a worker to the stream's pool. On another stream than before, what belongs to the old
+    /// one goes, its worker too. False if the stream cannot be decoded; `m_stream` is set even so.
+    bool open(const StreamCtx* stream);
+
+    /// Ends running requests and makes waiting ones stale, frees everything and drops one worker.
+    void close();
+
+    /// The frame at `ts` (ticks) through the pool; empty if the decoder is not open.
+    std::shared_ptr<AVFrame> get_frame(long long ts, std::atomic<bool>* cancel);
+
+    /// The frame after the last one that was got. At the end of the stream the last one again if
+    /// `allow_same`, else empty.
+    std::shared_ptr<AVFrame> get_next_frame(std::atomic<bool>* cancel, bool allow_same);
+
+    /// Scales and converts a picture into a new record. Empty if what is asked for is not possible
+    /// (logged); a failure of the scaler itself is logged and gives a black or partial picture.
+    std::shared_ptr<VFrameCtx> convert_to_dst_frame(AVFrame* frame, const RequireVideoFrame& req);
+
+    /// Resamples sound into a new record. Empty if the resampler cannot do it.
+    std::shared_ptr<AFrameCtx> convert_to_dst_aframe(AVFrame* frame, const RequireAudioFrame& req);
+
+    void reset_resampler_fifo();
+
+    /// Replaces the filter graph by one for the stream's frames. False if it cannot be built; the
+    /// old one is gone even so.
+    bool open_filter(const char* filters);
+
+    void close_filter();
+
+    const StreamCtx* stream() const { return m_stream.load(); }
+
+    // Constant after construction
+
+    const std::int32_t m_id;            ///< from 1; what the pool knows the decoder by
+    char m_name[10] = {};               ///< "dec_%d", the tag of the decoder's log lines
+    std::atomic<bool>* const m_cancel;  ///< the flag of requests that bring none
+
+    // Atomic
+
+    std::atomic<std::int32_t> m_serial{0};  ///< grows with every close
+    std::atomic<const StreamCtx*> m_stream{nullptr};
+
+    std::mutex m_mutex;
+
+    // Guarded by m_mutex
+
+    bool m_opened = false;
+    std::int64_t m_last_ts = 0;                 ///< pts of the frame got last, ticks
+    std::shared_ptr<VFrameCtx> m_last_picture;  ///< of a stream that has only one
+    std::unique_ptr<AVFilterMgr> m_filter;
+    AudioFifoPtr m_fifo;
+
+private:
+    /// What a scaler was made for: width, height and format of both ends.
+    using ScalerShape = std::array<int, 6>;
+
+    /// Channels, rate and format of both ends: first as requested, then as decoded.
+    using ResamplerShape = std::array<std::int32_t, 6>;
+
+    bool prepare_scaler(const ScalerShape& shape);
+    std::shared_ptr<VFrameCtx> make_picture(int width, int height, int format);
+    bool prepare_resampler(const AVFrame& frame, const RequireAudioFrame& req);
+    bool describe_source(CodecContext* source) const;
+    void forget_stream_state();
+
+    const StreamCtx* m_worker_stream = nullptr;  // whose pool got this decoder's worker last
+    SwsPtr m_sws;
+    ScalerShape m_sws_shape{};
+    SwrPtr m_swr;
+    ResamplerShape m_swr_params{};
+};
+
+}  // namespace ff
