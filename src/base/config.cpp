@@ -1,8 +1,8 @@
 #include <framewell/base/config.h>
 
 // Two steps: the first replaces the version macros by their numbers, the second makes them text.
-#define FW_VERSION_TEXT(major, minor, patch) FW_VERSION_TEXT_(major, minor, patch)
-#define FW_VERSION_TEXT_(major, minor, patch) #major "." #minor "." #patch
+#define FW_VERSION_TEXT(major, minor, patch) FW_VERSION_PASTE(major, minor, patch)
+#define FW_VERSION_PASTE(major, minor, patch) #major "." #minor "." #patch
 
 namespace ff {
 

@@ -13,7 +13,7 @@ namespace {
 std::atomic<Data*> g_data{nullptr};
 
 Data* install_default() {
-    static Data* const s_default = new Data;  // never destroyed: workers may read it at exit
+    static auto* const s_default = new Data;  // never destroyed: workers may read it at exit
     Data* none = nullptr;
     return g_data.compare_exchange_strong(none, s_default) ? s_default : none;
 }

@@ -7,7 +7,7 @@
 namespace mox {
 namespace {
 
-constexpr char CLevel[] = "-FEWID= ";
+constexpr char CLevel[] = "-FEWID= ";  // NOLINT(readability-identifier-naming): given name
 
 constexpr std::size_t kLineSize = 512;
 constexpr int kPrefixSize = 128;
@@ -19,7 +19,7 @@ constexpr std::size_t kTimeSize = 64;
 std::atomic<Logger*> g_logger{nullptr};
 
 Logger* install_default() {
-    static Logger* const s_default = new Logger;  // never destroyed: static destructors log too
+    static auto* const s_default = new Logger;  // never destroyed: static destructors log too
     Logger* none = nullptr;
     return g_logger.compare_exchange_strong(none, s_default) ? s_default : none;
 }

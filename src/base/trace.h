@@ -4,11 +4,11 @@
 
 /// Draws the rest of the enclosing scope as one call: FW_TRACE("seek", nullptr). The line is that
 /// of the macro, the source path the file's `kLogSource` (see log.h). `note` may be null.
-#define FW_TRACE(function, note)                             \
-    const ::mox::TCell FW_TRACE_JOIN_(fw_trace_, __LINE__) = \
+#define FW_TRACE(function, note)                            \
+    const ::mox::TCell FW_TRACE_JOIN(fw_trace_, __LINE__) = \
         ::mox::open_trace(function, kLogSource, __LINE__, note)
-#define FW_TRACE_JOIN_(name, line) FW_TRACE_JOIN2_(name, line)
-#define FW_TRACE_JOIN2_(name, line) name##line
+#define FW_TRACE_JOIN(name, line) FW_TRACE_PASTE(name, line)
+#define FW_TRACE_PASTE(name, line) name##line
 
 namespace mox {
 

@@ -25,14 +25,15 @@ constexpr std::size_t kLineSize = 512;
 
 constexpr char kLevelText[] = "|   ";
 constexpr std::size_t kLevelWidth = sizeof kLevelText - 1;
-constexpr std::size_t s_level_len = 160;  // the widest indentation: 40 levels
+// The widest indentation: 40 levels.
+constexpr std::size_t s_level_len = 160;  // NOLINT(readability-identifier-naming): given name
 
 // The installed tracer; null until one is asked for. Constant, so that it can be used before
 // and after every other static object.
 std::atomic<Func_Tracer*> g_tracer{nullptr};
 
 Func_Tracer* install_default() {
-    static Func_Tracer* const s_default = new Func_Tracer;  // never destroyed
+    static auto* const s_default = new Func_Tracer;  // never destroyed
     Func_Tracer* none = nullptr;
     return g_tracer.compare_exchange_strong(none, s_default) ? s_default : none;
 }

@@ -65,7 +65,9 @@ Value::Value(Value&& other) noexcept {
 }
 
 Value& Value::operator=(const Value& other) {
-    copyValue(&other);
+    if (this != &other) {
+        copyValue(&other);
+    }
     return *this;
 }
 

@@ -70,9 +70,12 @@ void copy_picture_fields(AVFrame* to, const AVFrame& from) {
     to->best_effort_timestamp = from.best_effort_timestamp;
     compat::copy_picture_number(to, from);
     // Without its duration the pictures that follow one of unknown time would all get the same
-    // time, and without the aspect ratio and the colour properties a picture would be described
-    // and converted otherwise than its software twin. Nothing else is read further up.
+    // time; without its flags a damaged picture would pass for a good one; without the aspect ratio
+    // and the colour properties it would be described and converted otherwise than its software
+    // twin. Nothing else is read further up.
     compat::set_frame_duration(to, compat::frame_duration(from));
+    to->flags = from.flags;
+    to->decode_error_flags = from.decode_error_flags;
     to->sample_aspect_ratio = from.sample_aspect_ratio;
     to->color_range = from.color_range;
     to->color_primaries = from.color_primaries;
@@ -100,7 +103,7 @@ int transfer_to_system_memory(AVFrame* frame) {
 
 HWDecoder* HWDecoder::instance() {
     // Never destroyed: decoders may still run while a process exits.
-    static HWDecoder* const s_instance = new HWDecoder;
+    static auto* const s_instance = new HWDecoder;
     return s_instance;
 }
 

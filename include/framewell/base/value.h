@@ -46,7 +46,7 @@ enum ValueType : std::uint16_t {
 ///     mox::Value name = mox::Value::string("clip");     // "" gives T_NULL: no text is ever empty
 ///     long long n = name.toInteger(4);                  // 4: not a number
 ///
-/// Copying and destroying go down a tree by recursion: keep trees within 10,000 levels.
+/// Copying and destroying go down a tree by recursion: keep trees within 1,000 levels.
 /// Thread-safety: one thread at a time for a whole tree; reading from several is fine.
 class FRAMEWELL_API Value {
 public:
@@ -143,7 +143,7 @@ public:
 
     /// A T_NULL value to refer to where there is no value. It can be used at any time, also by the
     /// constructors and destructors of static objects.
-    static const Value m_invalid;
+    static const Value m_invalid;  // NOLINT(readability-identifier-naming): given name
 
 private:
     union Payload {

@@ -72,7 +72,8 @@ public:
     AVCodecContext* hw_codec_alloc_context3(const AVCodec* codec);
 
     /// avcodec_receive_frame, with every picture in system memory: one that was decoded on a device
-    /// is copied from it, usually as NV12. Its times, aspect ratio and colour properties stay.
+    /// is copied from it, usually as NV12. Its times, flags, aspect ratio and colour properties
+    /// stay.
     /// @return  as avcodec_receive_frame; if a picture cannot be copied, the negative error and an
     ///          empty `frame`, and that picture is lost. Null arguments: negative.
     /// Logged (tag "hw", level 2): the first device picture of a context, and failures to copy.

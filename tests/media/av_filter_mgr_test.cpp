@@ -1,0 +1,421 @@
+#include "media/av_filter_mgr.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace {
+
+using ff::AVFilterMgr;
+using ff::CodecContext;
+using ff::FramePtr;
+
+/// Records what is logged through av_log without a context, as the manager does it. libavfilter
+/// itself mostly logs with one, but not all of the time.
+class AvLogCapture {
+public:
+    AvLogCapture() {
+        lines().clear();
+        av_log_set_callback(&AvLogCapture::record);
+    }
+
+    AvLogCapture(const AvLogCapture&) = delete;
+    AvLogCapture& operator=(const AvLogCapture&) = delete;
+
+    ~AvLogCapture() { av_log_set_callback(av_log_default_callback); }
+
+    std::vector<std::string> texts(int level) const {
+        const std::lock_guard<std::mutex> lock(mutex());
+        std::vector<std::string> found;
+        for (const Line& line : lines()) {
+            if (line.level == level) {
+                found.push_back(line.text);
+            }
+        }
+        return found;
+    }
+
+private:
+    struct Line {
+        int level;
+        std::string text;
+    };
+
+    static std::vector<Line>& lines() {
+        static std::vector<Line> s_lines;
+        return s_lines;
+    }
+
+    static std::mutex& mutex() {
+        static std::mutex s_mutex;
+        return s_mutex;
+    }
+
+    static void record(void* context, int level, const char* format, std::va_list args) {
+        if (context != nullptr) {
+            return;
+        }
+        char text[512];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+        (void)std::vsnprintf(text, sizeof text, format, args);
+#pragma GCC diagnostic pop
+        const std::lock_guard<std::mutex> lock(mutex());
+        lines().push_back({level, text});
+    }
+};
+
+std::string error_text(int error) {
+    char text[64] = "";
+    (void)av_strerror(error, text, sizeof text);
+    return text;
+}
+
+CodecContext video_context() {
+    CodecContext context{};
+    context.type = 0;
+    context.time_base_num = 1;
+    context.time_base_den = 25;
+    context.pix_fmt = AV_PIX_FMT_YUV420P;
+    context.width = 64;
+    context.height = 48;
+    context.sar_num = 4;
+    context.sar_den = 3;
+    return context;
+}
+
+CodecContext audio_context(int channels, std::uint64_t layout) {
+    CodecContext context{};
+    context.type = 1;
+    context.time_base_num = 1;
+    context.time_base_den = 48000;
+    context.sample_fmt = AV_SAMPLE_FMT_S16;
+    context.channel_layout = layout;
+    context.channels = channels;
+    context.sample_rate = 48000;
+    return context;
+}
+
+FramePtr picture(const CodecContext& context, std::int64_t pts) {
+    FramePtr frame(av_frame_alloc());
+    frame->format = context.pix_fmt;
+    frame->width = context.width;
+    frame->height = context.height;
+    frame->pts = pts;
+    frame->sample_aspect_ratio = {context.sar_num, context.sar_den};
+    EXPECT_GE(av_frame_get_buffer(frame.get(), 0), 0);
+    for (int plane = 0; plane < 3; ++plane) {
+        const int rows = plane == 0 ? context.height : context.height / 2;
+        for (int row = 0; row < rows; ++row) {
+            std::memset(frame->data[plane] + row * frame->linesize[plane], plane * 50 + row + 1,
+                        static_cast<std::size_t>(plane == 0 ? context.width : context.width / 2));
+        }
+    }
+    return frame;
+}
+
+FramePtr sound(const CodecContext& context, std::uint64_t mask, int nb_samples, std::int64_t pts) {
+    FramePtr frame(av_frame_alloc());
+    frame->format = context.sample_fmt;
+    frame->sample_rate = context.sample_rate;
+    frame->nb_samples = nb_samples;
+    frame->pts = pts;
+    ff::compat::set_channels(frame.get(), mask, context.channels);
+    EXPECT_GE(av_frame_get_buffer(frame.get(), 0), 0);
+    auto* const samples = reinterpret_cast<std::int16_t*>(frame->data[0]);
+    for (int i = 0; i < nb_samples * context.channels; ++i) {
+        samples[i] = static_cast<std::int16_t>((i * 37 + 11) % 20000 - 10000);
+    }
+    return frame;
+}
+
+int nb_sound_bytes(const AVFrame& frame) {
+    return frame.nb_samples * ff::compat::channel_count(frame) *
+           av_get_bytes_per_sample(static_cast<AVSampleFormat>(frame.format));
+}
+
+FramePtr pass_one(AVFilterMgr* filter, AVFrame* in) {
+    EXPECT_EQ(filter->buffersrc_add_frame_flags(in, AV_BUFFERSRC_FLAG_KEEP_REF), 0);
+    FramePtr out(av_frame_alloc());
+    EXPECT_EQ(filter->buffersink_get_frame(out.get()), 0);
+    return out;
+}
+
+void expect_empty(const AVFilterMgr& filter) {
+    EXPECT_EQ(filter.filter_graph, nullptr);
+    EXPECT_EQ(filter.buffersrc_ctx, nullptr);
+    EXPECT_EQ(filter.buffersink_ctx, nullptr);
+}
+
+TEST(AVFilterMgrTest, IsEmptyAtFirst) {
+    const AVFilterMgr filter;
+    expect_empty(filter);
+}
+
+TEST(AVFilterMgrTest, PassesPicturesThroughNullUnchanged) {
+    AVFilterMgr filter;
+    const CodecContext context = video_context();
+    ASSERT_GE(filter.init_filters(&context, "null"), 0);
+    const FramePtr in = picture(context, 7);
+    const FramePtr out = pass_one(&filter, in.get());
+    EXPECT_EQ(out->pts, 7);
+    EXPECT_EQ(out->format, AV_PIX_FMT_YUV420P);
+    EXPECT_EQ(out->width, 64);
+    EXPECT_EQ(out->height, 48);
+    EXPECT_EQ(out->data[0], in->data[0]);  // the very same picture: not even a copy
+}
+
+TEST(AVFilterMgrTest, AppliesTheDescriptionToPictures) {
+    AVFilterMgr filter;
+    const CodecContext context = video_context();
+    ASSERT_GE(filter.init_filters(&context, "vflip,crop=32:24:0:0"), 0);
+    const FramePtr in = picture(context, 0);
+    const FramePtr out = pass_one(&filter, in.get());
+    EXPECT_EQ(out->width, 32);
+    EXPECT_EQ(out->height, 24);
+    EXPECT_EQ(out->data[0][0], 48);  // the last row of the picture comes first
+    EXPECT_EQ(out->data[0][23 * out->linesize[0]], 25);
+}
+
+TEST(AVFilterMgrTest, DescribesThePicturesToTheSource) {
+    AVFilterMgr filter;
+    const CodecContext context = video_context();
+    ASSERT_GE(filter.init_filters(&context, "null"), 0);
+    EXPECT_STREQ(filter.buffersrc_ctx->name, "in");
+    EXPECT_STREQ(filter.buffersink_ctx->name, "out");
+    AVFilterContext* const sink = filter.buffersink_ctx;
+    EXPECT_EQ(av_buffersink_get_w(sink), 64);
+    EXPECT_EQ(av_buffersink_get_h(sink), 48);
+    EXPECT_EQ(av_buffersink_get_format(sink), AV_PIX_FMT_YUV420P);
+    EXPECT_EQ(av_cmp_q(av_buffersink_get_time_base(sink), AVRational{1, 25}), 0);
+    EXPECT_EQ(av_cmp_q(av_buffersink_get_sample_aspect_ratio(sink), AVRational{4, 3}), 0);
+}
+
+TEST(AVFilterMgrTest, TakesPicturesOfUnknownAspectRatio) {
+    AVFilterMgr filter;
+    CodecContext context = video_context();
+    context.sar_num = 0;
+    context.sar_den = 0;
+    ASSERT_GE(filter.init_filters(&context, "null"), 0);
+    EXPECT_EQ(av_buffersink_get_sample_aspect_ratio(filter.buffersink_ctx).num, 0);
+}
+
+TEST(AVFilterMgrTest, PassesSoundThroughAnullUnchanged) {
+    AVFilterMgr filter;
+    const CodecContext context = audio_context(2, AV_CH_LAYOUT_STEREO);
+    ASSERT_GE(filter.init_filters(&context, "anull"), 0);
+    const FramePtr in = sound(context, AV_CH_LAYOUT_STEREO, 1024, 4800);
+    const FramePtr out = pass_one(&filter, in.get());
+    EXPECT_EQ(out->pts, 4800);
+    ASSERT_EQ(out->nb_samples, 1024);
+    ASSERT_EQ(nb_sound_bytes(*out), 4096);
+    EXPECT_EQ(std::memcmp(out->data[0], in->data[0], 4096), 0);
+}
+
+TEST(AVFilterMgrTest, HalvesTheSamplesAtDoubleTempo) {
+    AVFilterMgr filter;
+    const CodecContext context = audio_context(2, AV_CH_LAYOUT_STEREO);
+    ASSERT_GE(filter.init_filters(&context, "atempo=2.0"), 0);
+    constexpr int kBlocks = 48;
+    constexpr int kBlockSamples = 1000;
+    const FramePtr out(av_frame_alloc());
+    int nb_samples = 0;
+    for (int i = 0; i <= kBlocks; ++i) {
+        const FramePtr in =
+            sound(context, AV_CH_LAYOUT_STEREO, kBlockSamples, i * std::int64_t{kBlockSamples});
+        ASSERT_EQ(filter.buffersrc_add_frame_flags(i < kBlocks ? in.get() : nullptr,
+                                                   AV_BUFFERSRC_FLAG_KEEP_REF),
+                  0);
+        while (filter.buffersink_get_frame(out.get()) >= 0) {
+            nb_samples += out->nb_samples;
+            av_frame_unref(out.get());
+        }
+    }
+    EXPECT_EQ(filter.buffersink_get_frame(out.get()), AVERROR_EOF);
+    // atempo works in windows of a 24th of a second and may be one short or one over at the end.
+    EXPECT_NEAR(nb_samples, kBlocks * kBlockSamples / 2, 48000 / 24);
+}
+
+TEST(AVFilterMgrTest, HasNoFrameBeforeOneIsPutIn) {
+    AVFilterMgr filter;
+    const CodecContext context = audio_context(2, AV_CH_LAYOUT_STEREO);
+    ASSERT_GE(filter.init_filters(&context, "anull"), 0);
+    const FramePtr out(av_frame_alloc());
+    EXPECT_EQ(filter.buffersink_get_frame(out.get()), AVERROR(EAGAIN));
+}
+
+TEST(AVFilterMgrTest, TakesTheUsualLayoutWhereNoneIsKnown) {
+    AVFilterMgr filter;
+    const CodecContext context = audio_context(2, 0);
+    AvLogCapture log;
+    ASSERT_GE(filter.init_filters(&context, "anull"), 0);
+    EXPECT_EQ(log.texts(AV_LOG_INFO),
+              std::vector<std::string>{"Output: srate:48000Hz fmt:s16 chlayout:stereo\n"});
+}
+
+TEST(AVFilterMgrTest, LogsWhatComesOutOfAnAudioGraph) {
+    AVFilterMgr filter;
+    const CodecContext context = audio_context(2, AV_CH_LAYOUT_STEREO);
+    AvLogCapture log;
+    ASSERT_GE(filter.init_filters(
+                  &context, "aformat=sample_fmts=fltp:sample_rates=44100:channel_layouts=mono"),
+              0);
+    EXPECT_EQ(log.texts(AV_LOG_INFO),
+              std::vector<std::string>{"Output: srate:44100Hz fmt:fltp chlayout:mono\n"});
+}
+
+TEST(AVFilterMgrTest, PassesNineChannelsWhichHaveNoUsualLayout) {
+    AVFilterMgr filter;
+    const CodecContext context = audio_context(9, 0);
+    ASSERT_EQ(ff::compat::default_channel_mask(9), 0U);
+    ASSERT_GE(filter.init_filters(&context, "anull"), 0);
+    const FramePtr in = sound(context, 0, 100, 0);
+    const FramePtr out = pass_one(&filter, in.get());
+    EXPECT_EQ(ff::compat::channel_count(*out), 9);
+    ASSERT_EQ(out->nb_samples, 100);
+    EXPECT_EQ(std::memcmp(out->data[0], in->data[0], 1800), 0);
+}
+
+TEST(AVFilterMgrTest, LogsAVideoDescriptionThatDoesNotParse) {
+    AVFilterMgr filter;
+    const CodecContext context = video_context();
+    AvLogCapture log;
+    const int r = filter.init_filters(&context, "no_such_filter=1");
+    EXPECT_LT(r, 0);
+    ASSERT_FALSE(log.texts(AV_LOG_ERROR).empty());
+    EXPECT_EQ(log.texts(AV_LOG_ERROR).back(), "filter parse failed: " + error_text(r) + "\n");
+}
+
+TEST(AVFilterMgrTest, LogsAVideoGraphThatCannotBeConfigured) {
+    AVFilterMgr filter;
+    const CodecContext context = video_context();
+    AvLogCapture log;
+    const int r = filter.init_filters(&context, "crop=1000:1000");  // more than there is
+    EXPECT_LT(r, 0);
+    EXPECT_EQ(log.texts(AV_LOG_ERROR),
+              std::vector<std::string>{"filter config failed: " + error_text(r) + "\n"});
+}
+
+TEST(AVFilterMgrTest, SaysNothingOfAnAudioDescriptionThatFails) {
+    AVFilterMgr filter;
+    const CodecContext context = audio_context(2, 0);
+    AvLogCapture log;
+    EXPECT_LT(filter.init_filters(&context, "no_such_filter=1"), 0);          // does not parse
+    EXPECT_LT(filter.init_filters(&context, "channelsplit[a];[a]anull"), 0);  // an end hangs loose
+    for (const std::string& text : log.texts(AV_LOG_ERROR)) {
+        EXPECT_NE(text.rfind("filter ", 0), 0U) << text;
+    }
+    EXPECT_TRUE(log.texts(AV_LOG_INFO).empty());
+}
+
+TEST(AVFilterMgrTest, LogsASourceThatCannotBeMade) {
+    AVFilterMgr filter;
+    AvLogCapture log;
+    CodecContext video = video_context();
+    video.pix_fmt = AV_PIX_FMT_NONE;
+    EXPECT_LT(filter.init_filters(&video, "null"), 0);
+    CodecContext audio = audio_context(2, 0);
+    audio.sample_fmt = AV_SAMPLE_FMT_NONE;
+    EXPECT_LT(filter.init_filters(&audio, "anull"), 0);
+    EXPECT_EQ(log.texts(AV_LOG_ERROR),
+              (std::vector<std::string>{"Cannot create buffer source\n",
+                                        "Cannot create audio buffer source\n"}));
+}
+
+TEST(AVFilterMgrTest, RefusesStreamsThatAreNeitherVideoNorAudio) {
+    AVFilterMgr filter;
+    CodecContext context = video_context();
+    for (const int type : {2, 3, -1}) {
+        context.type = type;
+        EXPECT_EQ(filter.init_filters(&context, "null"), -1) << type;
+        expect_empty(filter);
+    }
+}
+
+TEST(AVFilterMgrTest, AnUnusableRequestStillFreesTheGraphBefore) {
+    AVFilterMgr filter;
+    CodecContext context = video_context();
+    ASSERT_GE(filter.init_filters(&context, "null"), 0);
+    context.type = 2;
+    EXPECT_EQ(filter.init_filters(&context, "null"), -1);
+    expect_empty(filter);
+}
+
+TEST(AVFilterMgrTest, RefusesNullArguments) {
+    AVFilterMgr filter;
+    const CodecContext video = video_context();
+    const CodecContext audio = audio_context(2, 0);
+    AvLogCapture log;
+    EXPECT_LT(filter.init_filters(nullptr, "null"), 0);
+    EXPECT_LT(filter.init_filters(&video, nullptr), 0);
+    EXPECT_LT(filter.init_video_filters(nullptr, "null"), 0);
+    EXPECT_LT(filter.init_video_filters(&video, nullptr), 0);
+    EXPECT_LT(filter.init_audio_filters(nullptr, "anull"), 0);
+    EXPECT_LT(filter.init_audio_filters(&audio, nullptr), 0);
+    EXPECT_EQ(log.texts(AV_LOG_ERROR).size(), 6U);
+    expect_empty(filter);
+}
+
+TEST(AVFilterMgrTest, RefusesFramesWithoutAGraph) {
+    AVFilterMgr filter;
+    const FramePtr frame(av_frame_alloc());
+    EXPECT_EQ(filter.buffersrc_add_frame_flags(frame.get(), 0), AVERROR(EINVAL));
+    EXPECT_EQ(filter.buffersrc_add_frame_flags(nullptr, 0), AVERROR(EINVAL));
+    EXPECT_EQ(filter.buffersink_get_frame(frame.get()), AVERROR(EINVAL));
+}
+
+TEST(AVFilterMgrTest, KeepsAFailedGraphButTakesNoFrames) {
+    AVFilterMgr filter;
+    const CodecContext context = video_context();
+    AvLogCapture log;
+    ASSERT_LT(filter.init_filters(&context, "no_such_filter"), 0);
+    EXPECT_NE(filter.filter_graph, nullptr);
+    // libavfilter has freed both ends already; nothing may go near them.
+    const FramePtr frame = picture(context, 0);
+    EXPECT_EQ(filter.buffersrc_add_frame_flags(frame.get(), 0), AVERROR(EINVAL));
+    EXPECT_EQ(filter.buffersink_get_frame(frame.get()), AVERROR(EINVAL));
+    ASSERT_GE(filter.init_filters(&context, "null"), 0);
+    EXPECT_EQ(pass_one(&filter, frame.get())->data[0], frame->data[0]);
+}
+
+TEST(AVFilterMgrTest, RefusesANullFrameToReceiveInto) {
+    AVFilterMgr filter;
+    const CodecContext context = video_context();
+    ASSERT_GE(filter.init_filters(&context, "null"), 0);
+    EXPECT_EQ(filter.buffersink_get_frame(nullptr), AVERROR(EINVAL));
+}
+
+TEST(AVFilterMgrTest, HasOneGraphAfterTwoInitialisations) {
+    AVFilterMgr filter;
+    const CodecContext video = video_context();
+    const CodecContext audio = audio_context(2, 0);
+    ASSERT_GE(filter.init_filters(&video, "null"), 0);
+    ASSERT_GE(filter.init_filters(&audio, "anull"), 0);
+    EXPECT_EQ(filter.buffersrc_ctx->graph, filter.filter_graph.get());
+    EXPECT_EQ(filter.buffersink_ctx->graph, filter.filter_graph.get());
+    EXPECT_STREQ(filter.buffersrc_ctx->filter->name, "abuffer");
+    EXPECT_EQ(filter.filter_graph->nb_filters, 3U);  // the two ends and "anull"
+    const FramePtr in = sound(audio, AV_CH_LAYOUT_STEREO, 10, 0);
+    EXPECT_EQ(pass_one(&filter, in.get())->nb_samples, 10);
+}
+
+TEST(AVFilterMgrTest, CanBeUninitialisedTwice) {
+    AVFilterMgr filter;
+    const CodecContext context = video_context();
+    ASSERT_GE(filter.init_filters(&context, "null"), 0);
+    filter.uninit();
+    expect_empty(filter);
+    filter.uninit();
+    expect_empty(filter);
+    const FramePtr frame(av_frame_alloc());
+    EXPECT_EQ(filter.buffersink_get_frame(frame.get()), AVERROR(EINVAL));
+}
+
+}  // namespace
