@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/trace.h"
+#include "ffdec_instance_settle.h"
 #include "hw/hw_decoder.h"
 
 #include <framewell/media/ffmpeg_error.h>
@@ -120,6 +121,8 @@ void Instance::close() {
     m_jitter->reset(AV_NOPTS_VALUE);
     m_gate = Gate::Open;
     m_drop_damaged = false;
+    m_settle_until = AV_NOPTS_VALUE;
+    m_sound_time = AV_NOPTS_VALUE;
 }
 
 int Instance::get_packet(AVPacket* packet) {
@@ -138,6 +141,14 @@ int Instance::get_frame(AVPacket* packet, AVFrame* frame) {
     if (!m_codec) {
         return AVERROR_EXIT;
     }
+    const int result = decode_frame(packet, frame);
+    if (result >= 0) {
+        keep_sound_in_order(frame);
+    }
+    return result;
+}
+
+int Instance::decode_frame(AVPacket* packet, AVFrame* frame) {
     av_frame_unref(frame);
     if (m_jitter->take_ready(frame)) {
         return 0;
@@ -150,6 +161,7 @@ int Instance::get_frame(AVPacket* packet, AVFrame* frame) {
             continue;
         }
         if (received != AVERROR(EAGAIN)) {
+            measure_sound(frame);
             if (m_jitter->put(frame) != nullptr) {
                 return 0;
             }
@@ -171,6 +183,33 @@ int Instance::get_frame(AVPacket* packet, AVFrame* frame) {
     }
 }
 
+/// Sound tells its length by its samples, also where the container does not: frames that were
+/// packed together are spaced by it.
+void Instance::measure_sound(AVFrame* frame) const {
+    if (frame->nb_samples > 0 && frame->sample_rate > 0 && compat::frame_duration(*frame) <= 0) {
+        const std::int64_t length =
+            av_rescale_q(frame->nb_samples, {1, frame->sample_rate}, m_stream->time_base);
+        compat::set_frame_duration(frame, std::max<std::int64_t>(length, 1));
+    }
+}
+
+/// A frame of sound is found by its time, so no two may have the same: one that does not come after
+/// the frame before it (broadcasts, joined files) is moved behind that frame.
+void Instance::keep_sound_in_order(AVFrame* frame) {
+    if (m_codec->codec_type != AVMEDIA_TYPE_AUDIO) {
+        return;
+    }
+    if (m_sound_time != AV_NOPTS_VALUE && frame->pts <= m_sound_time) {
+        frame->pts = m_sound_end;
+        frame->best_effort_timestamp = frame->pts;
+    }
+    m_sound_time = frame->pts;
+    const std::int64_t length = std::max<std::int64_t>(compat::frame_duration(*frame), 1);
+    if (__builtin_add_overflow(m_sound_time, length, &m_sound_end)) {
+        m_sound_end = m_sound_time;
+    }
+}
+
 /// Gives the decoder the next packet, or at the end of the file the sign to hand out what it holds.
 int Instance::feed_decoder(AVPacket* packet, bool* more_input) {
     const int read = read_packet(packet);
@@ -185,6 +224,9 @@ int Instance::feed_decoder(AVPacket* packet, bool* more_input) {
     }
     const int sent = avcodec_send_packet(m_codec.get(), packet);
     av_packet_unref(packet);
+    if (sent < 0 && m_settle_until != AV_NOPTS_VALUE) {
+        return 0;  // a packet that refers to what lies before the seek; it would be dropped anyway
+    }
     return sent;
 }
 
@@ -227,14 +269,14 @@ bool Instance::seek(std::int64_t ts, bool flush) {
     const bool at_start = target <= start_or_zero();
     m_jitter->reset(at_start ? start_or_zero() : AV_NOPTS_VALUE);
     expect_key_frame(at_start);
+    expect_settling(target, at_start);
+    m_sound_time = AV_NOPTS_VALUE;
     return seek_file(target);
 }
 
 bool Instance::seek_file(std::int64_t target) {
     const bool at_start_time = target == start_or_zero();
-    const int result = at_start_time ? seek_to_first_packet(target)
-                                     : av_seek_frame(m_format.get(), m_stream->index, target,
-                                                     AVSEEK_FLAG_BACKWARD);
+    const int result = at_start_time ? seek_to_first_packet(target) : seek_before(target);
     if (result >= 0) {
         return true;
     }
@@ -246,6 +288,22 @@ bool Instance::seek_file(std::int64_t target) {
     FW_LOG(2, "bg", "seek '%s' start_time=%lld, seek again ...", kind,
            static_cast<long long>(target));
     return reopen_at_start();
+}
+
+/// Seeks to a time after the start, early enough for the decoder to settle.
+int Instance::seek_before(std::int64_t target) {
+    const auto seek_to = [this](std::int64_t position) {
+        return av_seek_frame(m_format.get(), m_stream->index, position, AVSEEK_FLAG_BACKWARD);
+    };
+    if (m_settle_until == AV_NOPTS_VALUE) {
+        return seek_to(target);
+    }
+    const std::int64_t early = target - av_rescale_q_rnd(samples_to_settle(*m_stream->codecpar),
+                                                         {1, m_stream->codecpar->sample_rate},
+                                                         m_stream->time_base, AV_ROUND_UP);
+    const int result =
+        early > start_or_zero() ? seek_to(early) : seek_to_first_packet(start_or_zero());
+    return result >= 0 ? result : seek_to(target);
 }
 
 /// Seeks to the start of the stream, which is where its first packet lies: files are searched by
@@ -286,6 +344,9 @@ void Instance::swap(Instance* other) {
     std::swap(m_gate, other->m_gate);
     std::swap(m_key_time, other->m_key_time);
     std::swap(m_drop_damaged, other->m_drop_damaged);
+    std::swap(m_settle_until, other->m_settle_until);
+    std::swap(m_sound_time, other->m_sound_time);
+    std::swap(m_sound_end, other->m_sound_end);
 }
 
 /// A search may land on any packet. At the start of a stream whatever decodes is what there is; in
@@ -304,6 +365,32 @@ void Instance::expect_key_frame(bool at_start) {
     }
 }
 
+/// Sound is right only some time after a decoder was fed from the middle. What is decoded until
+/// then never leaves this instance: the frame that covers the target comes out first.
+void Instance::expect_settling(std::int64_t target, bool at_start) {
+    const bool is_audio = m_codec->codec_type == AVMEDIA_TYPE_AUDIO;
+    m_settle_until = is_audio && !at_start && m_stream->codecpar->sample_rate > 0 &&
+                             samples_to_settle(*m_stream->codecpar) > 0
+                         ? target
+                         : AV_NOPTS_VALUE;
+}
+
+/// True for a frame of sound that was decoded only to settle the decoder.
+bool Instance::is_settling(const AVFrame& frame) {
+    if (m_settle_until == AV_NOPTS_VALUE) {
+        return false;
+    }
+    if (frame.best_effort_timestamp != AV_NOPTS_VALUE && frame.sample_rate > 0) {
+        const std::int64_t length = av_rescale_q_rnd(frame.nb_samples, {1, frame.sample_rate},
+                                                     m_stream->time_base, AV_ROUND_UP);
+        if (frame.best_effort_timestamp <= m_settle_until - length) {
+            return true;
+        }
+    }
+    m_settle_until = AV_NOPTS_VALUE;
+    return false;
+}
+
 bool Instance::passes_key_gate(const AVPacket& packet) {
     if (m_gate != Gate::WaitForKey) {
         return true;
@@ -316,9 +403,13 @@ bool Instance::passes_key_gate(const AVPacket& packet) {
     return true;
 }
 
-/// True for a picture that a decode from the start of the stream would show differently: one that
-/// lies before the key frame that decoding began with, or that the decoder says is damaged.
+/// True for a frame that a decode from the start of the stream would give differently: sound from
+/// before the decoder has settled, a picture that lies before the key frame that decoding began
+/// with, or one that the decoder says is damaged.
 bool Instance::is_inexact(const AVFrame& frame) {
+    if (is_settling(frame)) {
+        return true;
+    }
     if (m_drop_damaged && (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0) {
         return true;
     }

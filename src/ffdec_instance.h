@@ -15,6 +15,7 @@ namespace ff {
 /// After a seek into the middle of a stream only pictures that can be decoded exactly come out:
 /// packets before the first key frame are skipped, and so are the pictures that follow that key
 /// frame in the file but lie before it in time, since they may refer to pictures before the seek.
+/// Likewise a seek of an audio stream begins some frames early, and these never come out.
 ///
 /// Failures are FFmpeg's negative codes (or false) and are logged with tag "bg".
 /// Thread-safety: one thread at a time.
@@ -68,13 +69,19 @@ private:
     bool open_format(const char* path, int stream_index);
     bool open_codec(const char* path, int stream_index);
     void ignore_other_streams();
+    int decode_frame(AVPacket* packet, AVFrame* frame);
+    void measure_sound(AVFrame* frame) const;
+    void keep_sound_in_order(AVFrame* frame);
     int read_packet(AVPacket* packet);
     int feed_decoder(AVPacket* packet, bool* more_input);
     bool seek_file(std::int64_t target);
+    int seek_before(std::int64_t target);
     int seek_to_first_packet(std::int64_t target);
     bool reopen_at_start();
     void expect_key_frame(bool at_start);
     bool passes_key_gate(const AVPacket& packet);
+    void expect_settling(std::int64_t target, bool at_start);
+    bool is_settling(const AVFrame& frame);
     bool is_inexact(const AVFrame& frame);
     std::int64_t start_or_zero() const;
 
@@ -91,8 +98,11 @@ private:
     DictPtr m_options;             // what avcodec_open2 left of the decoder options
     std::unique_ptr<FrameJitter> m_jitter;
     Gate m_gate = Gate::Open;
-    std::int64_t m_key_time = AV_NOPTS_VALUE;  // of the key frame that opened the gate
-    bool m_drop_damaged = false;               // the decoder hands out damaged pictures, marked
+    std::int64_t m_key_time = AV_NOPTS_VALUE;      // of the key frame that opened the gate
+    std::int64_t m_settle_until = AV_NOPTS_VALUE;  // sound that ends before it is dropped
+    std::int64_t m_sound_time = AV_NOPTS_VALUE;    // of the frame of sound handed out last
+    std::int64_t m_sound_end = 0;                  // where that frame ends
+    bool m_drop_damaged = false;                   // the decoder hands out damaged pictures, marked
 };
 
 }  // namespace ff

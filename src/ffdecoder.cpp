@@ -2,6 +2,7 @@
 #include "cancel_flag.h"
 #include "ffdecoder_filter.h"
 #include "ffdecoder_private.h"
+#include "movie_start.h"
 
 #include <framewell/ffdecoder.h>
 #include <framewell/movie_info.h>
@@ -17,17 +18,21 @@ constexpr char kLogSource[] = "src/ffdecoder";
 
 /// The host counts from the movie's start; the file may begin at any time.
 Rational to_media_time(const Rational& time, const StreamCtx& stream) {
-    if (stream.movie == nullptr || stream.movie->start_time == AV_NOPTS_VALUE) {
-        return time;
-    }
-    return time + timestamp_to_time(stream.movie->start_time, {1, 1000000});
+    return has_movie_start(stream) ? time + movie_start(stream) : time;
+}
+
+/// True if the flag of a request that waited is set by now.
+bool is_cancelled(const std::atomic<bool>* flag) {
+    return flag != nullptr && flag->load();
 }
 
 }  // namespace
 
 FFDecoder::FFDecoder() : m_private(std::make_unique<FFDecoderPrivate>()) {}
 
-FFDecoder::~FFDecoder() = default;
+FFDecoder::~FFDecoder() {
+    m_private->shut_down();
+}
 
 MovieCtx* FFDecoder::probe(const char* path, std::atomic<bool>* cancel) {
     return getMovieInfo(path, cancel);
@@ -72,12 +77,59 @@ std::shared_ptr<VFrameCtx> FFDecoder::getVideoFrame(const RequireVideoFrame& req
     return pri_getVideoFrame(req, m_private->m_serial);
 }
 
+std::shared_ptr<AFrameCtx> FFDecoder::getAudioFrame(const RequireAudioFrame& req) {
+    return pri_getAudioFrame(req, m_private->m_serial);
+}
+
+void FFDecoder::getVideoFrameAsync(const RequireVideoFrame& req, VideoCallback callback) {
+    const RequireVideoFrame copy{req.time, req.format, req.divider,
+                                 claim_abort_flag(req.abort_flag, m_private->m_cancel)};
+    const int serial = m_private->m_serial;
+    m_private->run_async([this, copy, serial, callback = std::move(callback)] {
+        if (is_cancelled(copy.abort_flag)) {
+            return;
+        }
+        const std::shared_ptr<VFrameCtx> picture = pri_getVideoFrame(copy, serial);
+        // The callback may destroy this decoder: nothing of it is touched from here on.
+        if (picture && callback) {
+            callback(picture);
+        }
+    });
+}
+
+void FFDecoder::getAudioFrameAsync(const RequireAudioFrame& req, AudioCallback callback) {
+    const RequireAudioFrame copy{req.range, req.format, req.sample_rate, req.channels,
+                                 claim_abort_flag(req.abort_flag, m_private->m_cancel)};
+    const int serial = m_private->m_serial;
+    m_private->run_async([this, copy, serial, callback = std::move(callback)] {
+        if (is_cancelled(copy.abort_flag)) {
+            return;
+        }
+        const std::shared_ptr<AFrameCtx> sound = pri_getAudioFrame(copy, serial);
+        if (sound && callback) {
+            callback(sound);
+        }
+    });
+}
+
 void FFDecoder::pri_seek(const Rational& time, bool async) {
-    (void)async;
     const StreamCtx* const stream = m_private->stream();
-    if (stream != nullptr && stream->type == StreamType::Video) {
+    const StreamType type = stream != nullptr ? stream->type : StreamType::None;
+    if (type == StreamType::Audio) {
+        const RequireAudioFrame req{
+            {time, time}, SampleFormat::SeekOnly, 44100, 2, m_private->m_cancel};
+        if (async) {
+            getAudioFrameAsync(req, nullptr);
+        } else {
+            (void)pri_getAudioFrame(req, m_private->m_serial);
+        }
+    } else if (type == StreamType::Video) {
         const RequireVideoFrame req{time, PixelFormat::SeekOnly, 1, m_private->m_cancel};
-        (void)pri_getVideoFrame(req, m_private->m_serial);
+        if (async) {
+            getVideoFrameAsync(req, nullptr);
+        } else {
+            (void)pri_getVideoFrame(req, m_private->m_serial);
+        }
     }
 }
 

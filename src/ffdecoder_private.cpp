@@ -8,8 +8,10 @@
 #include <framewell/media/ffmpeg_error.h>
 #include <framewell/utils/mempool.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -52,7 +54,7 @@ FFDecoderPrivate::FFDecoderPrivate() : m_id(next_id()), m_cancel(take_cancel_fla
 }
 
 FFDecoderPrivate::~FFDecoderPrivate() {
-    close();
+    shut_down();
     give_back_cancel_flag(m_cancel);
 }
 
@@ -77,10 +79,12 @@ bool FFDecoderPrivate::open(const StreamCtx* stream) {
 void FFDecoderPrivate::close() {
     m_cancel->store(true);  // before the lock, so that a running request ends soon
     const StreamCtx* pool_to_shrink = nullptr;
+    std::shared_ptr<AsyncHelper> helper;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         ++m_serial;
         m_cancel->store(true);  // again: an open may have come in between
+        helper = take_async();
         forget_stream_state();
         m_sws.reset();
         if (std::exchange(m_opened, false)) {
@@ -90,6 +94,64 @@ void FFDecoderPrivate::close() {
     if (pool_to_shrink != nullptr) {
         g_decoder_mgr().scheduler_of(pool_to_shrink).drop_idle_worker();
     }
+    // Only now: the running task may need the decoder once more before it ends.
+    end_async(std::move(helper));
+}
+
+void FFDecoderPrivate::shut_down() {
+    {
+        const std::lock_guard<std::mutex> lock(m_async_mutex);
+        m_shut_down = true;
+    }
+    close();
+}
+
+void FFDecoderPrivate::run_async(const std::function<void()>& task) {
+    std::shared_ptr<AsyncHelper> helper;
+    {
+        const std::lock_guard<std::mutex> lock(m_async_mutex);
+        if (m_shut_down) {
+            return;
+        }
+        if (!m_async) {
+            m_async = AsyncHelper::start();
+        }
+        helper = m_async;
+    }
+    helper->submit(task);
+}
+
+/// Takes the background thread away and tells it to end after the task that it runs.
+std::shared_ptr<AsyncHelper> FFDecoderPrivate::take_async() {
+    const std::lock_guard<std::mutex> lock(m_async_mutex);
+    if (m_async) {
+        m_async->stop();
+    }
+    return std::move(m_async);
+}
+
+/// Waits for background threads to end. The one that this runs on, because its task closes the
+/// decoder, cannot: the next close waits for it, and at the latest it ends alone.
+void FFDecoderPrivate::end_async(std::shared_ptr<AsyncHelper> helper) {
+    std::vector<std::shared_ptr<AsyncHelper>> ending;
+    {
+        const std::lock_guard<std::mutex> lock(m_async_mutex);
+        if (helper) {
+            m_ending.push_back(std::move(helper));
+        }
+        const bool keep_own = !m_shut_down;
+        const auto is_kept = [keep_own](const auto& other) {
+            return keep_own && other->is_own_thread();
+        };
+        const auto first_kept = std::partition(m_ending.begin(), m_ending.end(),
+                                               [&](const auto& other) { return !is_kept(other); });
+        ending.assign(std::make_move_iterator(m_ending.begin()),
+                      std::make_move_iterator(first_kept));
+        m_ending.erase(m_ending.begin(), first_kept);
+    }
+    for (const std::shared_ptr<AsyncHelper>& other : ending) {
+        other->join();
+    }
 }
 
 /// Frees whatever belongs to the stream that was read so far.
@@ -98,6 +160,7 @@ void FFDecoderPrivate::forget_stream_state() {
     m_filter.reset();
     m_last_picture.reset();
     m_last_ts = 0;
+    m_run = AudioRun{};
 }
 
 void FFDecoderPrivate::reset_resampler_fifo() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "async_helper.h"
 #include "decoder_mgr.h"
 #include "media/av_filter_mgr.h"
 #include "media/ff_handles.h"
@@ -10,16 +11,29 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 namespace ff {
+
+/// Where a run of consecutive spans of sound stands. Spans are counted in samples from one base, so
+/// that rounding never adds up over many of them.
+struct AudioRun {
+    std::int32_t discontinuities = 0;  ///< runs begun so far
+    std::int64_t delivered = 0;        ///< samples of the stream asked for since `base`
+    Rational base{0, 0};               ///< start of the run, seconds
+    Range last{{0, 0}, {0, 0}};        ///< the span served last; its end is where the run goes on
+    bool has_last = false;             ///< `last` was set: without it every span begins a run
+    bool must_seek = false;            ///< the stream does not stand where the run goes on
+};
 
 /// The state behind one decoder: its place in the stream's pool of workers, and what turns decoded
 /// frames into what was asked for.
 ///
-/// Thread-safety: m_mutex guards everything that is not atomic or constant. open(), the get_ and
-/// convert_ operations are called with it held; close(), open_filter() and close_filter() take it.
+/// Thread-safety: m_mutex guards everything that is not atomic or constant. open(), the get_,
+/// take_ and convert_ operations are called with it held; the other operations take what they need.
 class FFDecoderPrivate {
 public:
     FFDecoderPrivate();
@@ -31,8 +45,16 @@ public:
     /// one goes, its worker too. False if the stream cannot be decoded; `m_stream` is set even so.
     bool open(const StreamCtx* stream);
 
-    /// Ends running requests and makes waiting ones stale, frees everything and drops one worker.
+    /// Ends running requests and makes waiting ones stale, frees everything, drops one worker and
+    /// ends the background thread. Waits for that thread, except when called on it.
     void close();
+
+    /// Close for good: afterwards no background thread can be made any more.
+    void shut_down();
+
+    /// Runs `task` on the background thread, which is made if there is none, in place of the task
+    /// that still waits there.
+    void run_async(const std::function<void()>& task);
 
     /// The frame at `ts` (ticks) through the pool; empty if the decoder is not open.
     std::shared_ptr<AVFrame> get_frame(long long ts, std::atomic<bool>* cancel);
@@ -47,6 +69,9 @@ public:
 
     /// Resamples sound into a new record. Empty if the resampler cannot do it.
     std::shared_ptr<AFrameCtx> convert_to_dst_aframe(AVFrame* frame, const RequireAudioFrame& req);
+
+    /// The samples of `req.range` (media time) of an audio stream, converted as `req` asks.
+    std::shared_ptr<AFrameCtx> take_span(const RequireAudioFrame& req, const StreamCtx& stream);
 
     void reset_resampler_fifo();
 
@@ -77,7 +102,8 @@ public:
     std::int64_t m_last_ts = 0;                 ///< pts of the frame got last, ticks
     std::shared_ptr<VFrameCtx> m_last_picture;  ///< of a stream that has only one
     std::unique_ptr<AVFilterMgr> m_filter;
-    AudioFifoPtr m_fifo;
+    AudioFifoPtr m_fifo;  ///< samples in the stream's own format, channels and rate
+    AudioRun m_run;
 
 private:
     /// What a scaler was made for: width, height and format of both ends.
@@ -91,12 +117,22 @@ private:
     bool prepare_resampler(const AVFrame& frame, const RequireAudioFrame& req);
     bool describe_source(CodecContext* source) const;
     void forget_stream_state();
+    std::shared_ptr<AsyncHelper> take_async();
+    void end_async(std::shared_ptr<AsyncHelper> helper);
 
     const StreamCtx* m_worker_stream = nullptr;  // whose pool got this decoder's worker last
     SwsPtr m_sws;
     ScalerShape m_sws_shape{};
     SwrPtr m_swr;
     ResamplerShape m_swr_params{};
+
+    // Apart from m_mutex, so that an asynchronous request never waits for a running decode. Taken
+    // alone or with m_mutex held.
+    std::mutex m_async_mutex;
+    std::shared_ptr<AsyncHelper> m_async;  // guarded by m_async_mutex
+    // Guarded by m_async_mutex: helpers whose own task closed the decoder, not joined yet.
+    std::vector<std::shared_ptr<AsyncHelper>> m_ending;
+    bool m_shut_down = false;  // guarded by m_async_mutex
 };
 
 }  // namespace ff

@@ -6,13 +6,15 @@
 #include <framewell/media/stream.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 namespace ff {
 
 class FFDecoderPrivate;
 
-/// Random access by time to one stream of one file: the picture at time t.
+/// Random access by time to one stream of one file: the picture at time t, or the samples of a span
+/// [a, b). Each also asynchronously, for hosts that scrub: then only the newest request counts.
 ///
 ///     const ff::MovieCtx* movie = ff::FFDecoder::probe("clip.mp4", nullptr);
 ///     ff::FFDecoder decoder;
@@ -31,6 +33,13 @@ class FFDecoderPrivate;
 /// Decoders that are open on one stream share its decoding workers and their caches, so a second
 /// decoder on a stream makes both faster. The stream record must be one that a probe returned.
 ///
+/// Sound is counted in samples: spans that follow each other without a gap are cut out of one run,
+/// so that together they hold exactly the samples of the whole time, whatever the spans' length. A
+/// span that does not begin where the last one ended begins a new run and costs a seek.
+///
+/// Subclasses that override one of the pri_ operations call close() in their own destructor: a
+/// background request may be inside such an operation until then.
+///
 /// Thread-safety: safe; any thread may call any method. The calls of one decoder run one after
 /// another, and so does the decoding of one stream. The host's logger callback must not call
 /// decoders: it may run while they are locked.
@@ -40,7 +49,7 @@ public:
     FFDecoder(const FFDecoder&) = delete;
     FFDecoder& operator=(const FFDecoder&) = delete;
 
-    /// Closes the decoder. Waits for a request that is running.
+    /// Closes the decoder. Waits for a request that is running, as close() does.
     virtual ~FFDecoder();
 
     /// Returns what is in the file at `path`, from a cache if it has been asked before.
@@ -63,8 +72,9 @@ public:
     /// Opens again on the stream that was last given to open(). False if there is none.
     bool reopen();
 
-    /// Closes the decoder; requests that are running or waiting end without a result.
-    /// Closing a closed decoder does nothing.
+    /// Closes the decoder; requests that are running or waiting end without a result. Waits for a
+    /// running one to end, which takes one decode call; called by a callback of the decoder, it
+    /// does not wait for that callback. Closing a closed decoder does nothing.
     void close();
 
     bool isOpened() const;
@@ -84,17 +94,41 @@ public:
     /// Blocking: decodes on the calling thread, after requests on the same stream that came first.
     std::shared_ptr<VFrameCtx> getVideoFrame(const RequireVideoFrame& req);
 
+    /// Returns the samples of `req.range`, resampled as `req` asks: those of [start, end) counted
+    /// at the stream's own rate from where the run began.
+    /// @return  shared record. Fewer samples than asked at the end of the stream; silence where the
+    ///          stream has a gap right after a seek. Empty: nothing there, or as getVideoFrame().
+    std::shared_ptr<AFrameCtx> getAudioFrame(const RequireAudioFrame& req);
+
+    using VideoCallback = std::function<void(std::shared_ptr<VFrameCtx>)>;
+    using AudioCallback = std::function<void(std::shared_ptr<AFrameCtx>)>;
+
+    /// getVideoFrame() on the decoder's background thread, which the first such request starts.
+    /// A request that still waits is replaced by a newer one, of pictures and sound alike, and one
+    /// that was made before a close() is dropped: the callbacks of such requests are never called.
+    /// @param callback  called on the background thread with the picture, only if there is one. It
+    ///                  holds no lock and may use this decoder, close it and even destroy it. What
+    ///                  it throws is logged (level 2). May be empty: then the decoder only moves.
+    /// Blocking: never waits for a decode.
+    void getVideoFrameAsync(const RequireVideoFrame& req, VideoCallback callback);
+
+    /// The same for getAudioFrame().
+    void getAudioFrameAsync(const RequireAudioFrame& req, AudioCallback callback);
+
     // The bodies of the operations above, for subclasses and for hosts that need to know exactly
     // which closing makes a request stale.
 
-    /// Moves the decoder to `time` (seconds from the movie's start) without giving a picture.
-    /// Does nothing for a stream that is not video.
+    /// Moves the decoder to `time` (seconds from the movie's start) without giving a result, on the
+    /// background thread if `async`. Does nothing for a stream that is neither video nor audio.
     virtual void pri_seek(const Rational& time, bool async);
 
     /// getVideoFrame() for a request that was made when the decoder's serial was `serial`: empty
     /// (with a line of level 5) if the decoder has been closed since. The serial starts at 0 and
     /// grows by one with every close().
     virtual std::shared_ptr<VFrameCtx> pri_getVideoFrame(const RequireVideoFrame& req, int serial);
+
+    /// getAudioFrame(), likewise.
+    virtual std::shared_ptr<AFrameCtx> pri_getAudioFrame(const RequireAudioFrame& req, int serial);
 
 protected:
     FFDecoderPrivate* d() const { return m_private.get(); }
