@@ -25,23 +25,24 @@ AsyncHelper::~AsyncHelper() {
 }
 
 std::shared_ptr<AsyncHelper> AsyncHelper::start() {
-    std::shared_ptr<AsyncHelper> helper(new AsyncHelper);  // the constructor is private
-    // The thread may let go of the helper before the assignment is done: nobody else looks at the
-    // member until this returns, and the reference here keeps the helper.
+    const std::shared_ptr<AsyncHelper> helper(new AsyncHelper);  // the constructor is private
+    // Nobody else looks at these two until this returns: the thread itself does so only in a task.
     helper->m_thread = std::thread([helper] { helper->run(); });
+    helper->m_thread_id = helper->m_thread.get_id();
     return helper;
 }
 
 void AsyncHelper::run() {
     while (!m_stop) {
-        Task task;
+        Task task;  // destroyed before the next round, while the thread is not ended yet
         if (m_queue._get_front_(task, true, 0, true) == 0) {
             run_task(task);
         }
     }
+    m_ended = true;
 }
 
-void AsyncHelper::run_task(const Task& task) const {
+void AsyncHelper::run_task(const Task& task) {
     try {
         task();
     } catch (const std::exception& error) {
@@ -55,10 +56,12 @@ void AsyncHelper::submit(const Task& task) {
     if (!task) {
         return;
     }
+    // The queue copies what it is given while it is locked; this copies no more than a pointer.
+    const Task cheap_copy = [kept = std::make_shared<const Task>(task)] { (*kept)(); };
     std::vector<Task> discarded;  // destroyed after the lock is released
     const std::lock_guard<std::mutex> lock(m_submit_mutex);
     m_queue.clear();
-    (void)m_queue.push(task);  // refused after stop(), when nothing is to run any more
+    (void)m_queue.push(cheap_copy);  // refused after stop(), when nothing is to run any more
     discarded.swap(m_discarded);
 }
 
@@ -67,16 +70,21 @@ void AsyncHelper::stop() {
     m_queue.abort();
 }
 
-void AsyncHelper::join() {
-    if (is_own_thread()) {
-        m_thread.detach();
-    } else if (m_thread.joinable()) {
-        m_thread.join();
-    }
+void AsyncHelper::discard_waiting() {
+    std::vector<Task> discarded;  // destroyed after the lock is released
+    const std::lock_guard<std::mutex> lock(m_submit_mutex);
+    m_queue.clear();
+    discarded.swap(m_discarded);
 }
 
-bool AsyncHelper::is_own_thread() const {
-    return m_thread.get_id() == std::this_thread::get_id();
+void AsyncHelper::join() {
+    if (is_own_thread()) {
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(m_join_mutex);  // the second one waits for the first
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
 }
 
 }  // namespace ff

@@ -54,7 +54,7 @@ private:
 };
 
 FlagStore& flag_store() {
-    static FlagStore* const store = new FlagStore;  // never destroyed: hosts keep the pointers
+    static auto* const store = new FlagStore;  // never destroyed: hosts keep the pointers
     return *store;
 }
 

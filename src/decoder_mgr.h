@@ -22,6 +22,7 @@ public:
     DecoderMgr() = default;
     DecoderMgr(const DecoderMgr&) = delete;
     DecoderMgr& operator=(const DecoderMgr&) = delete;
+    ~DecoderMgr() = default;
 
     /// Returns the scheduler of `stream`, made empty on first use; valid for good.
     Scheduler& scheduler_of(const StreamCtx* stream) {

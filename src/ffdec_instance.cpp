@@ -73,6 +73,16 @@ bool Instance::open_codec(const char* path, int stream_index) {
                static_cast<int>(codec_id));
         return false;
     }
+    if (!make_codec_context(codec) || !start_codec(codec)) {
+        return false;
+    }
+    m_jitter->set_name(avcodec_get_name(codec_id));
+    m_jitter->set_frame_step(nominal_frame_step(m_format.get(), m_stream));
+    m_jitter->reset(start_or_zero());
+    return true;
+}
+
+bool Instance::make_codec_context(const AVCodec* codec) {
     m_codec.reset(HWDecoder::instance()->hw_codec_alloc_context3(codec));
     if (!m_codec) {
         FW_LOG(2, "bg", "failed to alloc codec context");
@@ -84,21 +94,21 @@ bool Instance::open_codec(const char* path, int stream_index) {
     }
     // Lets decoders that drop samples at the beginning (MP3, Opus) stamp what is left exactly.
     m_codec->pkt_timebase = m_stream->time_base;
+    return true;
+}
 
+bool Instance::start_codec(const AVCodec* codec) {
     AVDictionary* options = nullptr;
     if (av_dict_set(&options, "threads", "auto", 0) < 0) {
-        FW_LOG(2, "bg", "failed to set codec options");
+        FW_LOG(2, "bg", "failed to set codec options");  // not fatal: then it is one thread
     }
     const int opened = avcodec_open2(m_codec.get(), codec, &options);
     m_options.reset(options);
     if (opened < 0) {
-        FW_LOG(2, "bg", "failed to open codec: %d, err=%d, %s", static_cast<int>(codec_id), opened,
+        FW_LOG(2, "bg", "failed to open codec: %d, err=%d, %s", static_cast<int>(codec->id), opened,
                ffmpeg_error(opened));
         return false;
     }
-    m_jitter->set_name(avcodec_get_name(codec_id));
-    m_jitter->set_frame_step(nominal_frame_step(m_format.get(), m_stream));
-    m_jitter->reset(start_or_zero());
     return true;
 }
 

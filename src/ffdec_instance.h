@@ -68,6 +68,8 @@ public:
 private:
     bool open_format(const char* path, int stream_index);
     bool open_codec(const char* path, int stream_index);
+    bool make_codec_context(const AVCodec* codec);
+    bool start_codec(const AVCodec* codec);
     void ignore_other_streams();
     int decode_frame(AVPacket* packet, AVFrame* frame);
     void measure_sound(AVFrame* frame) const;

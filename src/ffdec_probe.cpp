@@ -36,7 +36,7 @@ struct MovieCache {
 };
 
 MovieCache& movie_cache() {
-    static MovieCache* const cache = new MovieCache;
+    static auto* const cache = new MovieCache;
     return *cache;
 }
 

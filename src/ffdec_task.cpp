@@ -189,13 +189,13 @@ std::shared_ptr<AVFrame> FFDec_Task::get_frame_from_cache(long long ts, Ts_ROUND
     return mode == Ts_NEXT ? nullptr : covering;
 }
 
-/// Makes room as the limit asks. The limit is exceeded by one frame when the new one has been
-/// added: the frame that covers a time is known only once the one after it has been decoded.
 void FFDec_Task::insert_into_cache(std::shared_ptr<AVFrame> frame) {
     m_newest_seen = std::max(m_newest_seen, time_of(frame));
     m_frames.push_back(std::move(frame));
 }
 
+/// Makes room as the limit asks. The limit is exceeded by one frame when the new one has been
+/// added: the frame that covers a time is known only once the one after it has been decoded.
 void FFDec_Task::evict_oldest_if_full() {
     if (!m_frames.empty() && m_frames.size() > static_cast<std::size_t>(m_max_frames)) {
         m_frames.pop_front();
@@ -282,7 +282,7 @@ std::shared_ptr<AVFrame> FFDec_Task::decode_until(DecodeRun* run) {
                 continue;
             }
             run->seeking = false;
-            if (accept_frame(run, std::move(frame))) {
+            if (accept_frame(run, frame)) {
                 break;
             }
             frame = nullptr;
@@ -326,7 +326,7 @@ bool FFDec_Task::may_try_again(int* tries) {
 }
 
 /// Takes a frame into the cache. True if it settles the run.
-bool FFDec_Task::accept_frame(DecodeRun* run, std::shared_ptr<AVFrame> frame) {
+bool FFDec_Task::accept_frame(DecodeRun* run, const std::shared_ptr<AVFrame>& frame) {
     run->reset_tries();
     repair_time(frame.get());
     evict_oldest_if_full();
@@ -338,7 +338,7 @@ bool FFDec_Task::accept_frame(DecodeRun* run, std::shared_ptr<AVFrame> frame) {
         return false;
     }
     const bool covers = time == run->ts || run->mode == Ts_NEXT || !previous;
-    run->result = covers ? std::move(frame) : previous;
+    run->result = covers ? frame : previous;
     return true;
 }
 

@@ -30,6 +30,8 @@ public:
     };
 
     FFDec_Task() = default;
+    FFDec_Task(const FFDec_Task&) = delete;
+    FFDec_Task& operator=(const FFDec_Task&) = delete;
     ~FFDec_Task() override;
 
     /// Opens the worker on a stream. False if the stream is null or cannot be decoded (logged);
@@ -76,7 +78,7 @@ private:
     static bool lies_past(const DecodeRun& run, const AVFrame& frame);
     bool retry_after_error(DecodeRun* run, int error);
     static bool may_try_again(int* tries);
-    bool accept_frame(DecodeRun* run, std::shared_ptr<AVFrame> frame);
+    bool accept_frame(DecodeRun* run, const std::shared_ptr<AVFrame>& frame);
     void answer_at_end(DecodeRun* run);
     void step_back(DecodeRun* run, std::int64_t frame_time, bool at_end);
     std::shared_ptr<AVFrame> decode_one_more(std::atomic<bool>* cancel, bool allow_last);

@@ -40,21 +40,26 @@ std::string to_filter_number(double value) {
 }  // namespace
 
 struct FFDecoder2::Settings {
-    /// What a request needs, copied out so that it uses one state throughout.
-    struct Values {
+    /// How times of the output become times of the file. A request copies it, so that it uses one
+    /// state throughout.
+    struct TimeMap {
         double speed = 1.0;
-        std::string filters;  // as last given to setFilters()
         bool revert = false;
         Rational end_time{0, 0};  // the stream's duration when reverse was switched on
     };
 
-    Values get() {
+    TimeMap time_map() {
         const std::lock_guard<std::mutex> lock(mutex);
-        return values;
+        return map;
     }
 
+    // Held from storing a speed or a description until the filters run that belong to it: of two
+    // threads that change them, one must win in both. Taken before the decoder's mutex.
+    std::mutex change_mutex;
+    std::string filters;  // guarded by change_mutex: as last given to setFilters()
+
     std::mutex mutex;
-    Values values;  // guarded by mutex
+    TimeMap map;  // guarded by mutex
 };
 
 FFDecoder2::FFDecoder2() : m_settings(std::make_unique<Settings>()) {}
@@ -69,17 +74,17 @@ bool FFDecoder2::setSpeed(double speed) {
         FW_LOG(2, "bg", "speed = %.3lf is invalid, limited: (0, 3.0]", speed);
         return false;
     }
-    std::string user;
+    const std::lock_guard<std::mutex> change(m_settings->change_mutex);
     {
         const std::lock_guard<std::mutex> lock(m_settings->mutex);
-        m_settings->values.speed = speed;
-        user = m_settings->values.filters;
+        m_settings->map.speed = speed;
     }
-    return pri_setFilters(combineFilters(type_of(d()->stream()), user, speed).c_str());
+    return pri_setFilters(
+        combineFilters(type_of(d()->stream()), m_settings->filters, speed).c_str());
 }
 
 double FFDecoder2::speed() const {
-    return m_settings->get().speed;
+    return m_settings->time_map().speed;
 }
 
 void FFDecoder2::setRevert(bool on) {
@@ -91,21 +96,17 @@ void FFDecoder2::setRevert(bool on) {
         return;
     }
     const std::lock_guard<std::mutex> lock(m_settings->mutex);
-    m_settings->values.revert = on;
+    m_settings->map.revert = on;
     if (on) {
-        m_settings->values.end_time = timestamp_to_time(stream->duration, stream->time_base);
+        m_settings->map.end_time = timestamp_to_time(stream->duration, stream->time_base);
     }
 }
 
 bool FFDecoder2::setFilters(const char* filters) {
-    const std::string user = filters != nullptr ? filters : "";
-    double speed = 1.0;
-    {
-        const std::lock_guard<std::mutex> lock(m_settings->mutex);
-        m_settings->values.filters = user;
-        speed = m_settings->values.speed;
-    }
-    return pri_setFilters(combineFilters(type_of(d()->stream()), user, speed).c_str());
+    const std::lock_guard<std::mutex> change(m_settings->change_mutex);
+    m_settings->filters = filters != nullptr ? filters : "";
+    return pri_setFilters(
+        combineFilters(type_of(d()->stream()), m_settings->filters, speed()).c_str());
 }
 
 bool FFDecoder2::pri_setFilters(const char* desc) {
@@ -121,23 +122,23 @@ bool FFDecoder2::pri_setFilters(const char* desc) {
 }
 
 std::shared_ptr<VFrameCtx> FFDecoder2::pri_getVideoFrame(const RequireVideoFrame& req, int serial) {
-    const Settings::Values values = m_settings->get();
-    if (values.speed == 1.0 && !values.revert) {
+    const Settings::TimeMap map = m_settings->time_map();
+    if (map.speed == 1.0 && !map.revert) {
         return FFDecoder::pri_getVideoFrame(req, serial);
     }
     RequireVideoFrame copy{req.time, req.format, req.divider,
                            __atomic_load_n(&req.abort_flag, __ATOMIC_RELAXED)};
-    if (values.speed != 1.0) {
-        copy.time *= time_factor(values.speed);
+    if (map.speed != 1.0) {
+        copy.time *= time_factor(map.speed);
     }
-    if (values.revert) {
-        copy.time = values.end_time - copy.time;
+    if (map.revert) {
+        copy.time = map.end_time - copy.time;
     }
     return FFDecoder::pri_getVideoFrame(copy, serial);
 }
 
 std::shared_ptr<AFrameCtx> FFDecoder2::pri_getAudioFrame(const RequireAudioFrame& req, int serial) {
-    const double speed = m_settings->get().speed;
+    const double speed = m_settings->time_map().speed;
     if (speed == 1.0) {
         return FFDecoder::pri_getAudioFrame(req, serial);
     }

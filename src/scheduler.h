@@ -79,6 +79,7 @@ public:
     AbstractScheduler() = default;
     AbstractScheduler(const AbstractScheduler&) = delete;
     AbstractScheduler& operator=(const AbstractScheduler&) = delete;
+    ~AbstractScheduler() = default;
 
     /// Appends `w` to the pool; null is ignored. Traced.
     void add_worker(iWorker* w);

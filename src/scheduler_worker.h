@@ -17,6 +17,7 @@ public:
     SchedulerWorker(const SchedulerWorker&) = delete;
     SchedulerWorker& operator=(const SchedulerWorker&) = delete;
 
+    // NOLINTNEXTLINE(readability-identifier-naming): a member, for which s_ is the house's prefix
     static inline std::atomic<std::int32_t> s_count{0};  ///< serial numbers given out so far
 
     const std::int32_t m_id;  ///< serial number, from 1

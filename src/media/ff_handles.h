@@ -41,7 +41,7 @@ using AudioFifoPtr = std::unique_ptr<AVAudioFifo, FreeByPointer<av_audio_fifo_fr
 /// Wraps a frame in a shared handle that frees it. Frames that are cached or handed from thread to
 /// thread travel in such handles, and nobody changes a frame once it is shared.
 inline std::shared_ptr<AVFrame> create_avframe_ptr(AVFrame* frame) {
-    return std::shared_ptr<AVFrame>(frame, FreeByAddress<av_frame_free>());
+    return {frame, FreeByAddress<av_frame_free>()};
 }
 
 }  // namespace ff

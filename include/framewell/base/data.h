@@ -31,6 +31,9 @@ class ReadWriteMap : public ReadWriteMutex {
 public:
     ReadWriteMap() : ReadWriteMutex(false) { m_values.max_load_factor(1.0F); }
 
+    ReadWriteMap(const ReadWriteMap&) = delete;
+    ReadWriteMap& operator=(const ReadWriteMap&) = delete;
+
     ~ReadWriteMap() override {
         for (auto& entry : m_values) {
             Release()(entry.second);

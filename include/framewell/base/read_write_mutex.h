@@ -36,6 +36,8 @@ class FRAMEWELL_API ReadWriteMutex : public _AbstractReadWriteMutex {
 public:
     /// @param recursive  kept with the lock; the lock is not re-entrant either way.
     explicit ReadWriteMutex(bool recursive = false);
+    ReadWriteMutex(const ReadWriteMutex&) = delete;
+    ReadWriteMutex& operator=(const ReadWriteMutex&) = delete;
     ~ReadWriteMutex() override;
 
     /// Waits until no writer holds the lock or waits for it, then holds it for reading.

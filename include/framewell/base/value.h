@@ -190,6 +190,8 @@ public:
 class FRAMEWELL_API ValueArray final : public MultiValues {
 public:
     ValueArray();
+    ValueArray(const ValueArray&) = delete;
+    ValueArray& operator=(const ValueArray&) = delete;
     ~ValueArray() override;
 
     ValueArray* clone() const override;
@@ -215,6 +217,8 @@ private:
 class FRAMEWELL_API ValueMap final : public MultiValues {
 public:
     ValueMap();
+    ValueMap(const ValueMap&) = delete;
+    ValueMap& operator=(const ValueMap&) = delete;
     ~ValueMap() override;
 
     ValueMap* clone() const override;
