@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -24,6 +25,10 @@ constexpr char kLogSource[] = "src/ffdecoder_private";
 constexpr AVRational kMicroseconds{1, 1000000};
 constexpr int kRowAlignment = 32;
 constexpr unsigned kBufferAlignment = 16;
+
+// swscale's vector code writes up to 32 bytes behind the last row of a packed picture (measured
+// with 5.1, yuv420p to rgba).
+constexpr int kScalerOverrun = 64;
 
 std::int32_t next_id() {
     static std::atomic<std::int32_t> s_count{0};
@@ -263,8 +268,12 @@ std::shared_ptr<VFrameCtx> FFDecoderPrivate::make_picture(int width, int height,
     if (size <= 0) {
         return nullptr;
     }
+    if (size > std::numeric_limits<int>::max() - kScalerOverrun) {
+        return nullptr;
+    }
     auto picture = std::make_shared<VFrameCtx>();
-    picture->buffer = static_cast<std::uint8_t*>(mem_malloc(size, kBufferAlignment));
+    picture->buffer =
+        static_cast<std::uint8_t*>(mem_malloc(size + kScalerOverrun, kBufferAlignment));
     if (picture->buffer == nullptr) {
         return nullptr;
     }
