@@ -28,6 +28,11 @@ std::int64_t nominal_frame_step(AVFormatContext* format, AVStream* stream) {
     return av_rescale_q(1, av_inv_q(rate), stream->time_base);
 }
 
+/// A copy, since the context may be about to go.
+std::string url_of(const AVFormatContext& format) {
+    return format.url != nullptr ? format.url : "";
+}
+
 }  // namespace
 
 Instance::Instance() : m_jitter(std::make_unique<FrameJitter>()) {}
@@ -288,6 +293,11 @@ bool Instance::seek_file(std::int64_t target) {
     const bool at_start_time = target == start_or_zero();
     const int result = at_start_time ? seek_to_first_packet(target) : seek_before(target);
     if (result >= 0) {
+        if (at_start_time && m_stream->start_time == AV_NOPTS_VALUE) {
+            // A bare stream has no clock: times are counted from where the file was opened, and a
+            // search loses count.
+            (void)reopen();
+        }
         return true;
     }
     const char* const kind = m_codec->codec_type == AVMEDIA_TYPE_AUDIO ? "Audio" : "Video";
@@ -297,7 +307,13 @@ bool Instance::seek_file(std::int64_t target) {
     }
     FW_LOG(2, "bg", "seek '%s' start_time=%lld, seek again ...", kind,
            static_cast<long long>(target));
-    return reopen_at_start();
+    const std::string url = url_of(*m_format);
+    if (!reopen()) {
+        FW_LOG(2, "bg", "Seek Start failed, Reopen failed: %s", url.c_str());
+        return false;
+    }
+    FW_LOG(5, "bg", "Seek Start failed, Reopen Success !!");
+    return true;
 }
 
 /// Seeks to a time after the start, early enough for the decoder to settle.
@@ -332,15 +348,12 @@ int Instance::seek_to_first_packet(std::int64_t target) {
     return av_seek_frame(m_format.get(), m_stream->index, target, AVSEEK_FLAG_BACKWARD);
 }
 
-/// The retry of a failed seek to the start: a file that has just been opened stands there.
-bool Instance::reopen_at_start() {
-    const std::string url = m_format->url != nullptr ? m_format->url : "";
+/// Goes on with the file freshly opened, at its start. On failure everything stays as it is.
+bool Instance::reopen() {
     Instance fresh;
-    if (!fresh.open(url.c_str(), m_stream->index)) {
-        FW_LOG(2, "bg", "Seek Start failed, Reopen failed: %s", url.c_str());
+    if (!fresh.open(url_of(*m_format).c_str(), m_stream->index)) {
         return false;
     }
-    FW_LOG(5, "bg", "Seek Start failed, Reopen Success !!");
     swap(&fresh);
     return true;
 }

@@ -79,7 +79,7 @@ private:
     bool seek_file(std::int64_t target);
     int seek_before(std::int64_t target);
     int seek_to_first_packet(std::int64_t target);
-    bool reopen_at_start();
+    bool reopen();
     void expect_key_frame(bool at_start);
     bool passes_key_gate(const AVPacket& packet);
     void expect_settling(std::int64_t target, bool at_start);

@@ -372,7 +372,7 @@ void FFDec_Task::answer_at_end(DecodeRun* run) {
 void FFDec_Task::report_broken() {
     if (m_broken && !m_broken_reported) {
         m_broken_reported = true;
-        FW_LOG(2, "bg", "%s is broken: every request that it gets is answered empty", m_name);
+        FW_LOG(3, "bg", "%s is broken: every request that it gets is answered empty", m_name);
     }
 }
 

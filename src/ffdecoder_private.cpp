@@ -214,12 +214,17 @@ std::shared_ptr<VFrameCtx> FFDecoderPrivate::convert_to_dst_frame(AVFrame* frame
         height = round_up(height / req.divider, 2);
     }
     const int format = pixfmt_to_avpixfmt(req.format);
+    if (width <= 0 || height <= 0) {
+        FW_LOG(2, m_name, "divider %d leaves nothing of %dx%d", req.divider, stream->width,
+               stream->height);
+        return nullptr;
+    }
     const bool can_scale =
         prepare_scaler({frame->width, frame->height, frame->format, width, height, format});
     std::shared_ptr<VFrameCtx> picture = make_picture(width, height, format);
     if (!picture) {
-        FW_LOG(2, m_name, "no picture of %dx%d, pixel format %d (divider %d)", width, height,
-               static_cast<int>(req.format), req.divider);
+        FW_LOG(2, m_name, "no memory or no such format for a picture of %dx%d, pixel format %d",
+               width, height, static_cast<int>(req.format));
         return nullptr;
     }
     picture->src_width = stream->width;

@@ -1,0 +1,112 @@
+#include "tests/tool/tool_run.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#ifdef FRAMEWELL_TOOL_PATH
+
+namespace {
+
+using fw_test::lines_of;
+using fw_test::run_tool;
+using fw_test::ToolProcess;
+using fw_test::ToolResult;
+
+TEST(ToolTest, PrintsItsVersion) {
+    const ToolResult result = run_tool({"--version"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out.rfind("framewell ", 0), 0U) << result.out;
+    EXPECT_EQ(result.errors, "");
+}
+
+TEST(ToolTest, PrintsTheHelpOfEveryVerb) {
+    for (const char* const verb : {"probe", "frame", "devices"}) {
+        const ToolResult result = run_tool({verb, "--help"});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_NE(result.out.find(std::string("framewell ") + verb), std::string::npos);
+        EXPECT_EQ(result.errors, "");
+    }
+    EXPECT_NE(run_tool({"--help"}).out.find("Exit status"), std::string::npos);
+}
+
+struct WrongUsage {
+    std::vector<std::string> arguments;
+    std::string part;  // of the error line
+};
+
+void PrintTo(const WrongUsage& row, std::ostream* out) {
+    for (const std::string& argument : row.arguments) {
+        *out << argument << ' ';
+    }
+}
+
+class WrongUsageTest : public testing::TestWithParam<WrongUsage> {};
+
+TEST_P(WrongUsageTest, IsOneErrorLineAndStatusTwo) {
+    const ToolResult result = run_tool(GetParam().arguments);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(result.has_one_error_line()) << result.errors;
+    EXPECT_NE(result.errors.find(GetParam().part), std::string::npos) << result.errors;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ToolTest, WrongUsageTest,
+    testing::Values(
+        WrongUsage{{}, "probe, frame or devices"}, WrongUsage{{"-v"}, "probe, frame or devices"},
+        WrongUsage{{"show"}, "\"show\""}, WrongUsage{{"--loud"}, "\"--loud\""},
+        WrongUsage{{"-v", "--quiet", "devices"}, "--quiet"}, WrongUsage{{"probe"}, "FILE"},
+        WrongUsage{{"probe", "a", "--at", "1"}, "--at"}, WrongUsage{{"frame"}, "FILE"},
+        WrongUsage{{"frame", "a"}, "--at"}, WrongUsage{{"frame", "a", "--at"}, "--at"},
+        WrongUsage{{"frame", "a", "b", "--at", "1"}, "\"b\""},
+        WrongUsage{{"frame", "a", "--at", "soon"}, "soon"},
+        WrongUsage{{"frame", "a", "--at", "1/0"}, "denominator"},
+        WrongUsage{{"frame", "a", "--at", "0.12345678901234567890"}, "64 bits"},
+        WrongUsage{{"frame", "a", "--at", "1", "--at", "[2]"}, "[2]"},
+        WrongUsage{{"frame", "a", "--at", "-", "--at", "-"}, "only once"},
+        WrongUsage{{"frame", "a", "--at", "1", "--format", "rgb"}, "rgb"},
+        WrongUsage{{"frame", "a", "--at", "1", "--divider", "0"}, "--divider"},
+        WrongUsage{{"frame", "a", "--at", "1", "--divider", "-2"}, "--divider"},
+        WrongUsage{{"frame", "a", "--at", "1", "--divider", "2x"}, "--divider"},
+        WrongUsage{{"frame", "a", "--at", "1", "--divider", "2147483648"}, "--divider"},
+        WrongUsage{{"frame", "a", "--at", "1", "--memory-mode", "small"}, "small"},
+        WrongUsage{{"frame", "a", "--at", "1", "--memory-mode", "full", "--divider", "2"},
+                   "--divider"},
+        WrongUsage{{"frame", "a", "--at", "1", "--stream", "-1"}, "--stream"},
+        WrongUsage{{"frame", "a", "--at", "1", "--stream", "first"}, "--stream"},
+        WrongUsage{{"frame", "a", "--at", "1", "-o", "a.gif"}, ".png"},
+        WrongUsage{{"frame", "a", "--at", "1", "-o", "png"}, ".png"},
+        WrongUsage{{"frame", "a", "--at", "1", "--at", "2", "-o", "a.png"}, "%d"},
+        WrongUsage{{"frame", "a", "--at", "-", "-o", "a%x.png"}, "%d"},
+        WrongUsage{{"frame", "a", "--at", "1", "-o", "-", "--json"}, "--json"},
+        WrongUsage{{"frame", "a", "--at", "1", "--hw", "abacus"}, "framewell devices"},
+        WrongUsage{{"probe", "a", "--hw", "abacus"}, "framewell devices"}));
+
+TEST(ToolTest, ListsEveryDeviceTypeOnce) {
+    const ToolResult text = run_tool({"devices"});
+    const ToolResult json = run_tool({"devices", "--json"});
+    EXPECT_EQ(text.status, 0);
+    EXPECT_EQ(json.status, 0);
+    EXPECT_EQ(text.errors, "");
+    for (const nlohmann::json& device : json.json()) {
+        const std::string name = device.at("name");
+        EXPECT_EQ(device.contains("error"), !device.at("available").get<bool>());
+        int rows = 0;
+        for (const std::string& line : lines_of(text.out)) {
+            rows += line.rfind(name + " ", 0) == 0 ? 1 : 0;
+        }
+        EXPECT_EQ(rows, 1) << name;
+    }
+}
+
+TEST(ToolTest, ReportsThatStandardOutputIsFull) {
+    const ToolResult result = ToolProcess({"--version"}, "/dev/full").finish();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(result.has_one_error_line()) << result.errors;
+}
+
+}  // namespace
+
+#endif  // FRAMEWELL_TOOL_PATH
