@@ -1,0 +1,41 @@
+# Finds the FFmpeg libraries and makes the target FFmpeg::libraries. Used by the build and, for hosts
+# that link the static library, by the installed package.
+
+# framewell_find_ffmpeg(LIBRARY LOWEST BEYOND ...): finds these libraries through pkg-config. LOWEST
+# is the oldest version that is accepted, BEYOND the first major version that is not.
+function(framewell_find_ffmpeg)
+    find_package(PkgConfig REQUIRED)
+    set(modules "")
+    set(arguments ${ARGN})
+    while(arguments)
+        list(POP_FRONT arguments library lowest beyond)
+        list(APPEND modules "${library}>=${lowest}")
+        set(${library}_beyond "${beyond}")
+        list(APPEND libraries "${library}")
+    endwhile()
+    pkg_check_modules(FRAMEWELL_FFMPEG REQUIRED ${modules})
+    foreach(library IN LISTS libraries)
+        set(found "${FRAMEWELL_FFMPEG_${library}_VERSION}")
+        if(NOT found VERSION_LESS "${${library}_beyond}")
+            message(FATAL_ERROR "framewell works with FFmpeg 4.2 to 7.1; ${library} ${found} is "
+                                "newer (first unknown version: ${${library}_beyond})")
+        endif()
+    endforeach()
+
+    # SYSTEM, so that FFmpeg's headers raise no warnings of ours.
+    add_library(FFmpeg::libraries INTERFACE IMPORTED)
+    target_include_directories(FFmpeg::libraries SYSTEM INTERFACE
+                               ${FRAMEWELL_FFMPEG_INCLUDE_DIRS})
+    target_link_directories(FFmpeg::libraries INTERFACE ${FRAMEWELL_FFMPEG_LIBRARY_DIRS})
+    target_link_libraries(FFmpeg::libraries INTERFACE ${FRAMEWELL_FFMPEG_LIBRARIES})
+endfunction()
+
+if(NOT TARGET FFmpeg::libraries)
+    framewell_find_ffmpeg(
+        libavformat   58.29 62
+        libavcodec    58.54 62
+        libavfilter   7.57  11
+        libavutil     56.31 60
+        libswscale    5.5   9
+        libswresample 3.5   6)
+endif()

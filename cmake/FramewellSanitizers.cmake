@@ -1,0 +1,21 @@
+# The sanitizers of a build, by FRAMEWELL_SANITIZE. FRAMEWELL_SANITIZE_FLAGS is for targets whose
+# objects were compiled elsewhere and that only link.
+set(FRAMEWELL_SANITIZE_FLAGS "")
+if(FRAMEWELL_SANITIZE STREQUAL "address")
+    set(FRAMEWELL_SANITIZE_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all)
+elseif(FRAMEWELL_SANITIZE STREQUAL "thread")
+    set(FRAMEWELL_SANITIZE_FLAGS -fsanitize=thread)
+elseif(FRAMEWELL_SANITIZE)
+    message(FATAL_ERROR "FRAMEWELL_SANITIZE is \"${FRAMEWELL_SANITIZE}\"; it can be \"address\", "
+                        "\"thread\" or empty")
+endif()
+
+add_library(framewell_sanitizers INTERFACE)
+if(FRAMEWELL_SANITIZE)
+    target_compile_options(framewell_sanitizers INTERFACE
+                           ${FRAMEWELL_SANITIZE_FLAGS} -g -fno-omit-frame-pointer)
+    # g++ says itself that sanitizers make this warning guess: it then points into std::regex.
+    target_compile_options(framewell_sanitizers INTERFACE
+                           $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+    target_link_options(framewell_sanitizers INTERFACE ${FRAMEWELL_SANITIZE_FLAGS})
+endif()

@@ -1,0 +1,25 @@
+// Writes the picture that FILE shows at a time: frame_at FILE MILLISECONDS > picture.pam
+#include <framewell/framewell.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+int main(int argc, char** argv) {
+    const ff::MovieCtx* movie = argc == 3 ? ff::FFDecoder::probe(argv[1]) : nullptr;
+    ff::FFDecoder decoder;
+    if (!decoder.open(ff::first_stream(movie, ff::StreamType::Video))) {
+        return 1;  // the log on standard error says why
+    }
+    ff::RequireVideoFrame request;               // one picture, RGBA, full size
+    request.time = {std::atoll(argv[2]), 1000};  // seconds from the start, as a fraction
+    const auto picture = decoder.getVideoFrame(request);
+    if (!picture) {
+        return 1;
+    }
+    std::printf("P7\nWIDTH %d\nHEIGHT %d\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
+                picture->width, picture->height);
+    for (int y = 0; y < picture->height; y++) {
+        std::fwrite(picture->data[0] + y * picture->linesize[0], 4,
+                    static_cast<std::size_t>(picture->width), stdout);
+    }
+}

@@ -1,0 +1,45 @@
+// Writes COUNT small pictures, spread over FILE, one after another as a stream of PAM images:
+// thumbnails FILE COUNT > thumbnails.pam
+#include <framewell/framewell.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr int kThumbnailWidth = 160;
+
+void write_picture(const ff::VFrameCtx& picture) {
+    std::printf("P7\nWIDTH %d\nHEIGHT %d\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
+                picture.width, picture.height);
+    for (int y = 0; y < picture.height; y++) {
+        std::fwrite(picture.data[0] + y * picture.linesize[0], 4,
+                    static_cast<std::size_t>(picture.width), stdout);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int count = argc == 3 ? std::atoi(argv[2]) : 0;
+    const ff::MovieCtx* const movie = count > 0 ? ff::FFDecoder::probe(argv[1]) : nullptr;
+    const ff::StreamCtx* const stream = ff::first_stream(movie, ff::StreamType::Video);
+    ff::FFDecoder decoder;
+    if (!decoder.open(stream)) {
+        std::fprintf(stderr, "usage: thumbnails FILE COUNT > thumbnails.pam\n");
+        return 1;
+    }
+
+    // Dividing is cheaper than scaling afterwards, and less memory goes around.
+    ff::RequireVideoFrame request;
+    request.divider = std::max(1, stream->width / kThumbnailWidth);
+    const std::int64_t duration_us = std::max<std::int64_t>(0, movie->duration);
+    for (int i = 0; i < count; i++) {
+        request.time = {duration_us / count * i, 1000000};
+        if (const auto picture = decoder.getVideoFrame(request)) {
+            write_picture(*picture);
+        }
+    }
+}
