@@ -138,6 +138,7 @@ void Instance::close() {
     m_drop_damaged = false;
     m_settle_until = AV_NOPTS_VALUE;
     m_sound_time = AV_NOPTS_VALUE;
+    m_packets_left = kAllPackets;
 }
 
 int Instance::get_packet(AVPacket* packet) {
@@ -214,15 +215,23 @@ void Instance::keep_sound_in_order(AVFrame* frame) {
     if (m_codec->codec_type != AVMEDIA_TYPE_AUDIO) {
         return;
     }
-    if (m_sound_time != AV_NOPTS_VALUE && frame->pts <= m_sound_time) {
-        frame->pts = m_sound_end;
-        frame->best_effort_timestamp = frame->pts;
+    const std::int64_t time = next_sound_time(frame->pts, compat::frame_duration(*frame));
+    if (time != frame->pts) {
+        frame->pts = time;
+        frame->best_effort_timestamp = time;
     }
-    m_sound_time = frame->pts;
-    const std::int64_t length = std::max<std::int64_t>(compat::frame_duration(*frame), 1);
-    if (__builtin_add_overflow(m_sound_time, length, &m_sound_end)) {
-        m_sound_end = m_sound_time;
+}
+
+/// The time of a frame that comes after all before it; remembers it.
+std::int64_t Instance::next_sound_time(std::int64_t time, std::int64_t length) {
+    if (m_sound_time != AV_NOPTS_VALUE && time <= m_sound_time) {
+        time = m_sound_end;
     }
+    m_sound_time = time;
+    if (__builtin_add_overflow(time, std::max<std::int64_t>(length, 1), &m_sound_end)) {
+        m_sound_end = time;
+    }
+    return time;
 }
 
 /// Gives the decoder the next packet, or at the end of the file the sign to hand out what it holds.
@@ -245,11 +254,26 @@ int Instance::feed_decoder(AVPacket* packet, bool* more_input) {
     return sent;
 }
 
+void Instance::decode_roughly(int max_packets) {
+    if (m_codec) {
+        // Smoothing the edges of blocks is a third of the work, and no picture depends on it for
+        // being there.
+        m_codec->skip_loop_filter = AVDISCARD_ALL;
+        m_packets_left = max_packets > 0 ? max_packets : kAllPackets;
+    }
+}
+
 /// The next packet that the decoder is to see.
 int Instance::read_packet(AVPacket* packet) {
+    if (m_packets_left == 0) {
+        return AVERROR_EOF;
+    }
     int result = get_packet(packet);
     while (result >= 0 && !passes_key_gate(*packet)) {
         result = get_packet(packet);
+    }
+    if (result >= 0 && m_packets_left > 0) {
+        --m_packets_left;
     }
     return result;
 }
@@ -277,16 +301,29 @@ bool Instance::seek(std::int64_t ts, bool flush) {
     if (!m_codec) {
         return false;
     }
-    if (flush) {
-        avcodec_flush_buffers(m_codec.get());
-    }
     const std::int64_t target = std::max(ts, m_stream->start_time);
     const bool at_start = target <= start_or_zero();
+    expect_settling(target, at_start);
+    if (flush) {
+        reset_codec(time_to_decode_from(target) <= start_or_zero());
+    }
     m_jitter->reset(at_start ? start_or_zero() : AV_NOPTS_VALUE);
     expect_key_frame(at_start);
-    expect_settling(target, at_start);
     m_sound_time = AV_NOPTS_VALUE;
     return seek_file(target);
+}
+
+/// Makes the decoder forget what it holds. Many decoders of sound keep something over a flush (the
+/// state of a noise generator, some everything), so one that goes back to the start is made anew.
+void Instance::reset_codec(bool at_start) {
+    const bool is_lossy_sound =
+        m_codec->codec_type == AVMEDIA_TYPE_AUDIO && settling_of(*m_stream->codecpar).samples > 0;
+    const AVCodec* const codec = m_codec->codec;
+    CodecContextPtr old = std::move(m_codec);
+    if (!at_start || !is_lossy_sound || !make_codec_context(codec) || !start_codec(codec)) {
+        m_codec = std::move(old);
+        avcodec_flush_buffers(m_codec.get());
+    }
 }
 
 bool Instance::seek_file(std::int64_t target) {
@@ -324,12 +361,25 @@ int Instance::seek_before(std::int64_t target) {
     if (m_settle_until == AV_NOPTS_VALUE) {
         return seek_to(target);
     }
-    const std::int64_t early = target - av_rescale_q_rnd(samples_to_settle(*m_stream->codecpar),
-                                                         {1, m_stream->codecpar->sample_rate},
-                                                         m_stream->time_base, AV_ROUND_UP);
+    const std::int64_t early = time_to_decode_from(target);
     const int result =
         early > start_or_zero() ? seek_to(early) : seek_to_first_packet(start_or_zero());
     return result >= 0 ? result : seek_to(target);
+}
+
+/// Where decoding begins for the sound at `target` to be right.
+std::int64_t Instance::time_to_decode_from(std::int64_t target) const {
+    if (m_settle_until == AV_NOPTS_VALUE) {
+        return target;
+    }
+    const Settling settling = settling_of(*m_stream->codecpar);
+    const auto to_ticks = [this](std::int64_t samples) {
+        return av_rescale_q_rnd(samples, {1, m_stream->codecpar->sample_rate}, m_stream->time_base,
+                                AV_ROUND_UP);
+    };
+    return target <= start_or_zero() + to_ticks(settling.from_start)
+               ? start_or_zero()
+               : target - to_ticks(settling.samples);
 }
 
 /// Seeks to the start of the stream, which is where its first packet lies: files are searched by
@@ -370,6 +420,7 @@ void Instance::swap(Instance* other) {
     std::swap(m_settle_until, other->m_settle_until);
     std::swap(m_sound_time, other->m_sound_time);
     std::swap(m_sound_end, other->m_sound_end);
+    std::swap(m_packets_left, other->m_packets_left);
 }
 
 /// A search may land on any packet. At the start of a stream whatever decodes is what there is; in
@@ -393,7 +444,7 @@ void Instance::expect_key_frame(bool at_start) {
 void Instance::expect_settling(std::int64_t target, bool at_start) {
     const bool is_audio = m_codec->codec_type == AVMEDIA_TYPE_AUDIO;
     m_settle_until = is_audio && !at_start && m_stream->codecpar->sample_rate > 0 &&
-                             samples_to_settle(*m_stream->codecpar) > 0
+                             settling_of(*m_stream->codecpar).samples > 0
                          ? target
                          : AV_NOPTS_VALUE;
 }

@@ -45,6 +45,15 @@ public:
     /// or the error of a read or a decode call: calling again goes on behind it.
     int get_frame(AVPacket* packet, AVFrame* frame);
 
+    /// For who asks what comes out but does not look at it: from here on pictures are decoded
+    /// roughly (their number, times and shape stay what they are), and with `max_packets` above 0
+    /// the stream ends after so many packets.
+    void decode_roughly(int max_packets);
+
+    /// True if the end that get_frame() tells is that of decode_roughly() and may not be the
+    /// file's.
+    bool is_cut_short() const { return m_packets_left == 0; }
+
     /// Decodes the next subtitle event, which the caller frees with avsubtitle_free. Returns the
     /// decoder's result, -1 if the packet gave no event, or the read error.
     int get_subtitle(AVPacket* packet, AVSubtitle* subtitle);
@@ -70,14 +79,17 @@ private:
     bool open_codec(const char* path, int stream_index);
     bool make_codec_context(const AVCodec* codec);
     bool start_codec(const AVCodec* codec);
+    void reset_codec(bool at_start);
     void ignore_other_streams();
     int decode_frame(AVPacket* packet, AVFrame* frame);
     void measure_sound(AVFrame* frame) const;
     void keep_sound_in_order(AVFrame* frame);
+    std::int64_t next_sound_time(std::int64_t time, std::int64_t length);
     int read_packet(AVPacket* packet);
     int feed_decoder(AVPacket* packet, bool* more_input);
     bool seek_file(std::int64_t target);
     int seek_before(std::int64_t target);
+    std::int64_t time_to_decode_from(std::int64_t target) const;
     int seek_to_first_packet(std::int64_t target);
     bool reopen();
     void expect_key_frame(bool at_start);
@@ -94,6 +106,8 @@ private:
         WaitForTime,  // pictures are skipped until the key frame's own time
     };
 
+    static constexpr int kAllPackets = -1;
+
     FormatContextPtr m_format;
     CodecContextPtr m_codec;
     AVStream* m_stream = nullptr;  // owned by m_format
@@ -105,6 +119,7 @@ private:
     std::int64_t m_sound_time = AV_NOPTS_VALUE;    // of the frame of sound handed out last
     std::int64_t m_sound_end = 0;                  // where that frame ends
     bool m_drop_damaged = false;                   // the decoder hands out damaged pictures, marked
+    int m_packets_left = kAllPackets;              // that the decoder may still get
 };
 
 }  // namespace ff

@@ -6,9 +6,13 @@
 
 namespace ff {
 
-/// How many samples before a time a decoder of this stream must begin so that from that time on it
-/// gives the samples which a decode from the start of the stream gives. Transforms overlap, and
-/// some codecs keep bits of a frame in the frames before it.
-std::int64_t samples_to_settle(const AVCodecParameters& parameters);
+/// How a decoder of sound must be led up to a time, so that from there on it gives the samples that
+/// a decode from the start of the stream gives. In samples; both 0 where every frame stands alone.
+struct Settling {
+    std::int64_t samples;     ///< decoded before the time: transforms overlap, predictors remember
+    std::int64_t from_start;  ///< times up to so far from the start are decoded from the start
+};
+
+Settling settling_of(const AVCodecParameters& parameters);
 
 }  // namespace ff

@@ -25,6 +25,9 @@ constexpr AVRational kMicroseconds{1, 1000000};
 // One picture without sound is shown this long.
 constexpr std::int64_t kStillDuration = 40000;
 
+// What the decoder is given when only the first two pictures are wanted: mostly enough.
+constexpr int kTrialPackets = 2;
+
 // Consecutive errors after which a stream counts as ended.
 constexpr int kMaxErrors = 4;
 
@@ -69,8 +72,19 @@ bool is_known(std::int64_t time) {
 class TrialDecoder {
 public:
     TrialDecoder(const MovieCtx& movie, const AVStream& stream)
-        : m_packet(av_packet_alloc()), m_frame(av_frame_alloc()) {
-        (void)m_instance.open(movie.path, stream.index);  // if not, every decode() fails
+        : m_path(movie.path),
+          m_stream_index(stream.index),
+          m_packet(av_packet_alloc()),
+          m_frame(av_frame_alloc()) {
+        restart();
+    }
+
+    /// Begins at the start again.
+    void restart() {
+        (void)m_instance.open(m_path, m_stream_index);  // if not, every decode() fails
+        m_instance.decode_roughly(0);
+        m_count = 0;
+        m_last_time = AV_NOPTS_VALUE;
     }
 
     /// Decodes one frame. Like a worker it reads on over a few damaged packets.
@@ -109,6 +123,8 @@ public:
     std::int64_t last_time() const { return m_last_time; }
 
 private:
+    const char* m_path;
+    int m_stream_index;
     Instance m_instance;
     PacketPtr m_packet;
     FramePtr m_frame;
@@ -170,26 +186,61 @@ std::int64_t measured_video_duration(TrialDecoder* trial, const StreamCtx& recor
     return av_rescale_q(trial->count() - 1, frame_length, stream.time_base);
 }
 
-void measure_video(TrialDecoder* trial, StreamCtx* record, AVStream* stream, std::int64_t trusted,
-                   const std::atomic<bool>* cancel) {
-    if (trial->decode() < 0) {
-        return;  // the record keeps its "could not be decoded" values
+/// What the first two pictures of a stream tell.
+struct FirstPictures {
+    int first = AVERROR_EOF;  // results of decoding them
+    int second = AVERROR_EOF;
+    Rational sample_aspect_ratio{0, 1};
+    Rational frame_rate{0, 0};
+    int format = -1;
+};
+
+FirstPictures decode_first_pictures(TrialDecoder* trial) {
+    FirstPictures pictures;
+    pictures.first = trial->decode();
+    if (pictures.first < 0) {
+        return pictures;
     }
     AVFormatContext* const format = trial->instance().format_contex();
-    AVStream* const trial_stream = trial->instance().avstream();
-    record->sample_aspect_ratio =
-        rational_convert(av_guess_sample_aspect_ratio(format, trial_stream, trial->frame()));
-    record->frame_rate =
-        rational_convert(av_guess_frame_rate(format, trial_stream, trial->frame()));
-    record->codec_pix_fmt = stream->codecpar->format;
-    if (trial->frame()->format != record->codec_pix_fmt) {
-        FW_LOG(2, "bg", "[hw enabled] pix_fmt convert: %d --> %d", record->codec_pix_fmt,
-               trial->frame()->format);
-        record->hw_pix_fmt = trial->frame()->format;
+    AVStream* const stream = trial->instance().avstream();
+    pictures.sample_aspect_ratio =
+        rational_convert(av_guess_sample_aspect_ratio(format, stream, trial->frame()));
+    pictures.frame_rate = rational_convert(av_guess_frame_rate(format, stream, trial->frame()));
+    pictures.format = trial->frame()->format;
+    pictures.second = trial->decode();
+    return pictures;
+}
+
+/// Decodes two pictures with the least work: a decoder that is told that the stream ends after two
+/// packets hands out what it has, instead of reading on until it knows the order of all pictures.
+/// Where two packets are not two pictures (fields, damage), the whole stream is there to decode.
+FirstPictures look_at_first_pictures(TrialDecoder* trial) {
+    trial->instance().decode_roughly(kTrialPackets);
+    FirstPictures pictures = decode_first_pictures(trial);
+    if (pictures.second < 0 && trial->instance().is_cut_short()) {
+        trial->restart();
+        pictures = decode_first_pictures(trial);
     }
-    const int second = trial->decode();
-    if (second < 0) {
-        record->single_frame = second == AVERROR_EOF;
+    return pictures;
+}
+
+void measure_video(TrialDecoder* trial, StreamCtx* record, AVStream* stream, std::int64_t trusted,
+                   const std::atomic<bool>* cancel) {
+    const FirstPictures pictures =
+        is_known(trusted) ? look_at_first_pictures(trial) : decode_first_pictures(trial);
+    if (pictures.first < 0) {
+        return;  // the record keeps its "could not be decoded" values
+    }
+    record->sample_aspect_ratio = pictures.sample_aspect_ratio;
+    record->frame_rate = pictures.frame_rate;
+    record->codec_pix_fmt = stream->codecpar->format;
+    if (pictures.format != record->codec_pix_fmt) {
+        FW_LOG(2, "bg", "[hw enabled] pix_fmt convert: %d --> %d", record->codec_pix_fmt,
+               pictures.format);
+        record->hw_pix_fmt = pictures.format;
+    }
+    if (pictures.second < 0) {
+        record->single_frame = pictures.second == AVERROR_EOF;
         return;
     }
     record->duration =

@@ -36,6 +36,16 @@ std::int64_t distance(std::int64_t from, std::int64_t to) {
     return std::clamp<std::int64_t>(result, -kMaxDistance, kMaxDistance);
 }
 
+bool is_same_shape(const compat::AudioShape& a, const compat::AudioShape& b) {
+    return a.mask == b.mask && a.channels == b.channels && a.format == b.format &&
+           a.sample_rate == b.sample_rate;
+}
+
+/// The layout of that many channels; the usual one where none is known, as resamplers want one.
+std::uint64_t known_layout(std::uint64_t mask, int channels) {
+    return mask != 0 ? mask : compat::default_channel_mask(channels);
+}
+
 /// Fills the FIFO of a decoder with what one span needs. Used with the decoder locked.
 class SpanFiller {
 public:
@@ -51,6 +61,7 @@ private:
     bool write(const std::shared_ptr<AVFrame>& frame);
     bool write_silence(std::int64_t count);
     std::shared_ptr<AVFrame> to_stream_format(const std::shared_ptr<AVFrame>& frame);
+    std::shared_ptr<AVFrame> convert(const AVFrame& frame);
     bool has_stream_format(const AVFrame& frame) const;
 
     std::int64_t buffered() const { return av_audio_fifo_size(m_decoder.m_fifo.get()); }
@@ -58,8 +69,9 @@ private:
     FFDecoderPrivate& m_decoder;
     const StreamCtx& m_stream;
     std::atomic<bool>* const m_cancel;
-    std::int64_t m_drain = 0;  // samples in the FIFO that lie before the target
-    SwrPtr m_swr;              // for frames that differ from what the file announces
+    std::int64_t m_drain = 0;       // samples in the FIFO that lie before the target
+    SwrPtr m_swr;                   // for frames that differ from what the file announces
+    compat::AudioShape m_swr_in{};  // what those are
 };
 
 void SpanFiller::fill(std::int64_t wanted, bool seek, long long target) {
@@ -96,10 +108,11 @@ bool SpanFiller::begin_at(long long target) {
         av_rescale_q(distance(pts, target), rational_convert(m_stream.time_base), sample),
         -kMaxDistance, kMaxDistance);
     if (ahead < 0) {
-        FW_LOG(2, m_decoder.m_name,
-               "***Warnning***: first packet lost, fill silence; target=%lld, f->pts=%lld, "
-               "nb_silence=%lld",
+        // One literal, since the log shows the quote characters of each.
+        // clang-format off
+        FW_LOG(2, m_decoder.m_name, "***Warnning***: first packet lost, fill silence; target=%lld, f->pts=%lld, nb_silence=%lld",
                target, pts, ahead);
+        // clang-format on
         if (!write_silence(-ahead)) {
             return false;
         }
@@ -147,25 +160,41 @@ std::shared_ptr<AVFrame> SpanFiller::to_stream_format(const std::shared_ptr<AVFr
     if (has_stream_format(*frame)) {
         return frame;
     }
-    const compat::AudioShape out{m_stream.channel_layout, m_stream.channels,
+    const std::uint64_t layout = known_layout(m_stream.channel_layout, m_stream.channels);
+    const int channels = compat::channel_count(*frame);
+    const compat::AudioShape out{layout, m_stream.channels,
                                  static_cast<AVSampleFormat>(m_stream.sample_fmt),
                                  m_stream.sample_rate};
-    const compat::AudioShape in{compat::channel_mask(*frame), compat::channel_count(*frame),
+    const compat::AudioShape in{known_layout(compat::channel_mask(*frame), channels), channels,
                                 static_cast<AVSampleFormat>(frame->format), frame->sample_rate};
-    m_swr.reset(compat::make_resampler(m_swr.release(), out, in));
-    std::shared_ptr<AVFrame> fitting =
-        create_avframe_with(m_stream.channels, m_stream.sample_rate, m_stream.sample_fmt, 0);
-    if (fitting) {
-        compat::set_channels(fitting.get(), m_stream.channel_layout, m_stream.channels);
+    // A new one per kind of frame: one that runs takes other frames for its own kind.
+    if (!m_swr || !is_same_shape(in, m_swr_in)) {
+        m_swr.reset(compat::make_resampler(nullptr, out, in));
+        m_swr_in = in;
+        if (m_swr && swr_init(m_swr.get()) < 0) {
+            m_swr.reset();
+        }
     }
-    const int converted = m_swr && fitting
-                              ? swr_convert_frame(m_swr.get(), fitting.get(), frame.get())
-                              : AVERROR(EINVAL);
+    return convert(*frame);
+}
+
+/// A frame through m_swr. Not by swr_convert_frame(), which takes a frame whose layout is unknown
+/// for a changed one (5.1).
+std::shared_ptr<AVFrame> SpanFiller::convert(const AVFrame& frame) {
+    const int room = m_swr ? std::max(swr_get_out_samples(m_swr.get(), frame.nb_samples), 1) : 1;
+    std::shared_ptr<AVFrame> fitting =
+        create_avframe_with(m_stream.channels, m_stream.sample_rate, m_stream.sample_fmt, room);
+    const int converted =
+        m_swr && fitting && fitting->nb_samples == room
+            ? swr_convert(m_swr.get(), fitting->extended_data, room,
+                          const_cast<const std::uint8_t**>(frame.extended_data), frame.nb_samples)
+            : AVERROR(EINVAL);
     if (converted < 0) {
         FW_LOG(2, m_decoder.m_name, "a frame in another sample format is dropped: %s",
                ffmpeg_error(converted));
         return nullptr;
     }
+    fitting->nb_samples = converted;
     return fitting;
 }
 
@@ -210,7 +239,8 @@ std::shared_ptr<AVFrame> read_samples(FFDecoderPrivate* decoder, const StreamCtx
     frame->nb_samples = read;
     // Filters and the resampler are set up for the stream's own layout, which may be another one of
     // the same number of channels.
-    compat::set_channels(frame.get(), stream.channel_layout, stream.channels);
+    compat::set_channels(frame.get(), known_layout(stream.channel_layout, stream.channels),
+                         stream.channels);
     return read > 0 ? frame : nullptr;
 }
 
@@ -261,7 +291,6 @@ std::shared_ptr<AFrameCtx> FFDecoderPrivate::take_span(const RequireAudioFrame& 
     // Where the span begins, counted in samples like everything that was delivered before it.
     const Rational begin = m_run.base + timestamp_to_time(m_run.delivered, {1, stream.sample_rate});
     const long long target = time_to_timestamp(begin, stream.time_base);
-    const std::int64_t wanted = count_wanted(&m_run, req.range.end, stream.sample_rate);
 
     if (req.format == SampleFormat::SeekOnly) {
         if (discontinuous) {
@@ -272,6 +301,8 @@ std::shared_ptr<AFrameCtx> FFDecoderPrivate::take_span(const RequireAudioFrame& 
         FW_LOG(5, m_name, "Audio: seek... pos=%lld", discontinuous ? target : -1LL);
         return nullptr;
     }
+    // Not for a seek: the samples of its span are still to be asked for.
+    const std::int64_t wanted = count_wanted(&m_run, req.range.end, stream.sample_rate);
     if (wanted > std::numeric_limits<int>::max()) {
         FW_LOG(2, m_name, "a span of %lld samples is too long", static_cast<long long>(wanted));
         return nullptr;

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -64,14 +63,16 @@ FFDecoderPrivate::~FFDecoderPrivate() {
 }
 
 bool FFDecoderPrivate::open(const StreamCtx* stream) {
-    m_stream = stream;
+    if (m_stream.exchange(stream) != stream) {
+        // Sound and pictures of the old stream must not run into those of the new one, even if the
+        // new one cannot be opened: other decoders' workers may serve it.
+        forget_stream_state();
+    }
     auto task = std::make_unique<FFDec_Task>();
     if (!task->open(stream)) {
         return false;
     }
     if (m_opened && m_worker_stream != stream) {
-        // Sound and pictures of the old stream must not run into those of the new one.
-        forget_stream_state();
         g_decoder_mgr().scheduler_of(m_worker_stream).drop_idle_worker();
     }
     m_cancel->store(false);
@@ -84,12 +85,11 @@ bool FFDecoderPrivate::open(const StreamCtx* stream) {
 void FFDecoderPrivate::close() {
     m_cancel->store(true);  // before the lock, so that a running request ends soon
     const StreamCtx* pool_to_shrink = nullptr;
-    std::shared_ptr<AsyncHelper> helper;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         ++m_serial;
         m_cancel->store(true);  // again: an open may have come in between
-        helper = take_async();
+        stop_async();
         forget_stream_state();
         m_sws.reset();
         if (std::exchange(m_opened, false)) {
@@ -100,7 +100,7 @@ void FFDecoderPrivate::close() {
         g_decoder_mgr().scheduler_of(pool_to_shrink).drop_idle_worker();
     }
     // Only now: the running task may need the decoder once more before it ends.
-    end_async(std::move(helper));
+    end_async();
 }
 
 void FFDecoderPrivate::shut_down() {
@@ -126,37 +126,47 @@ void FFDecoderPrivate::run_async(const std::function<void()>& task) {
     helper->submit(task);
 }
 
-/// Takes the background thread away and tells it to end after the task that it runs.
-std::shared_ptr<AsyncHelper> FFDecoderPrivate::take_async() {
+/// Tells the background thread to end after the task that it runs; the next request makes another.
+void FFDecoderPrivate::stop_async() {
     const std::lock_guard<std::mutex> lock(m_async_mutex);
     if (m_async) {
         m_async->stop();
+        m_ending.push_back(std::move(m_async));
     }
-    return std::move(m_async);
 }
 
-/// Waits for background threads to end. The one that this runs on, because its task closes the
-/// decoder, cannot: the next close waits for it, and at the latest it ends alone.
-void FFDecoderPrivate::end_async(std::shared_ptr<AsyncHelper> helper) {
+/// Waits for background threads to end. They stay in the list until they have, so that every close
+/// waits for them and a callback that closes is known as one, whichever thread it runs on. Two
+/// callbacks that waited for each other would never end; so a callback waits only when it destroys
+/// the decoder, which the others must not use any more, and else joins what has ended by itself.
+void FFDecoderPrivate::end_async() {
     std::vector<std::shared_ptr<AsyncHelper>> ending;
+    bool may_wait = true;
     {
         const std::lock_guard<std::mutex> lock(m_async_mutex);
-        if (helper) {
-            m_ending.push_back(std::move(helper));
-        }
-        const bool keep_own = !m_shut_down;
-        const auto is_kept = [keep_own](const auto& other) {
-            return keep_own && other->is_own_thread();
-        };
-        const auto first_kept = std::partition(m_ending.begin(), m_ending.end(),
-                                               [&](const auto& other) { return !is_kept(other); });
-        ending.assign(std::make_move_iterator(m_ending.begin()),
-                      std::make_move_iterator(first_kept));
-        m_ending.erase(m_ending.begin(), first_kept);
+        ending = m_ending;
+        may_wait =
+            m_shut_down || std::none_of(ending.begin(), ending.end(),
+                                        [](const auto& helper) { return helper->is_own_thread(); });
     }
-    for (const std::shared_ptr<AsyncHelper>& other : ending) {
-        other->join();
+    for (const std::shared_ptr<AsyncHelper>& helper : ending) {
+        helper->discard_waiting();
     }
+    const auto first_left =
+        std::partition(ending.begin(), ending.end(), [may_wait](const auto& helper) {
+            return !helper->is_own_thread() && (may_wait || helper->has_ended());
+        });
+    ending.erase(first_left, ending.end());
+    for (const std::shared_ptr<AsyncHelper>& helper : ending) {
+        helper->join();
+    }
+    const std::lock_guard<std::mutex> lock(m_async_mutex);
+    m_ending.erase(std::remove_if(m_ending.begin(), m_ending.end(),
+                                  [&ending](const auto& helper) {
+                                      return std::find(ending.begin(), ending.end(), helper) !=
+                                             ending.end();
+                                  }),
+                   m_ending.end());
 }
 
 /// Frees whatever belongs to the stream that was read so far.

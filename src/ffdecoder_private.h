@@ -46,10 +46,12 @@ public:
     bool open(const StreamCtx* stream);
 
     /// Ends running requests and makes waiting ones stale, frees everything, drops one worker and
-    /// ends the background thread. Waits for that thread, except when called on it.
+    /// ends the background thread. Waits for that thread, also if another close is ending it. On a
+    /// background thread of this decoder it waits for none: they could wait for each other.
     void close();
 
-    /// Close for good: afterwards no background thread can be made any more.
+    /// Close for good: afterwards no background thread can be made any more, and none but the one
+    /// that this may be called on uses the decoder.
     void shut_down();
 
     /// Runs `task` on the background thread, which is made if there is none, in place of the task
@@ -117,8 +119,8 @@ private:
     bool prepare_resampler(const AVFrame& frame, const RequireAudioFrame& req);
     bool describe_source(CodecContext* source) const;
     void forget_stream_state();
-    std::shared_ptr<AsyncHelper> take_async();
-    void end_async(std::shared_ptr<AsyncHelper> helper);
+    void stop_async();
+    void end_async();
 
     const StreamCtx* m_worker_stream = nullptr;  // whose pool got this decoder's worker last
     SwsPtr m_sws;
@@ -129,10 +131,9 @@ private:
     // Apart from m_mutex, so that an asynchronous request never waits for a running decode. Taken
     // alone or with m_mutex held.
     std::mutex m_async_mutex;
-    std::shared_ptr<AsyncHelper> m_async;  // guarded by m_async_mutex
-    // Guarded by m_async_mutex: helpers whose own task closed the decoder, not joined yet.
-    std::vector<std::shared_ptr<AsyncHelper>> m_ending;
-    bool m_shut_down = false;  // guarded by m_async_mutex
+    std::shared_ptr<AsyncHelper> m_async;                // guarded by m_async_mutex
+    std::vector<std::shared_ptr<AsyncHelper>> m_ending;  // guarded by m_async_mutex: not joined yet
+    bool m_shut_down = false;                            // guarded by m_async_mutex
 };
 
 }  // namespace ff

@@ -73,8 +73,9 @@ public:
     bool reopen();
 
     /// Closes the decoder; requests that are running or waiting end without a result. Waits for a
-    /// running one to end, which takes one decode call; called by a callback of the decoder, it
-    /// does not wait for that callback. Closing a closed decoder does nothing.
+    /// running one to end, which takes one decode call, or, if it has an abort flag of the host's
+    /// own that is not set, until it is done. Called by a callback of the decoder it waits for no
+    /// callback. Closing a closed decoder does nothing.
     void close();
 
     bool isOpened() const;

@@ -20,7 +20,9 @@ namespace ff {
 /// Speed, reverse and filters belong to the object and survive close() and open(); the filters
 /// themselves end with close() and run again from the next setSpeed() or setFilters() on.
 ///
-/// Thread-safety: safe, as FFDecoder. A request uses the settings of the moment when it begins.
+/// Thread-safety: safe, as FFDecoder. A request takes speed and reverse of the moment when it
+/// begins, and the filters of the moment when it gets its turn. Of two threads that set a speed or
+/// filters one comes first, so that what is stored and what runs belong together.
 class FRAMEWELL_API FFDecoder2 : public FFDecoder {
 public:
     FFDecoder2();
@@ -29,12 +31,14 @@ public:
     ~FFDecoder2() override;
 
     /// Sets the speed of playing: from now on a request for time t means t x speed in the file,
-    /// with the speed cut to two decimals. Sound keeps its pitch.
+    /// with the speed cut to two decimals. Sound keeps its pitch; the first spans after a change
+    /// may come short or empty, because the filter that stretches it looks ahead.
     /// @param speed  0.5 to 3.0.
     /// @return       false for any other speed (logged at level 2, nothing changes), or if the
     ///               filters cannot be set up for it (the speed is kept even so).
     bool setSpeed(double speed);
 
+    /// Returns the speed that was set last; 1 at first.
     double speed() const;
 
     /// Turns playing backwards on or off: a request for time t then means the stream's duration

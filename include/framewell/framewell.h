@@ -7,6 +7,9 @@
 /// - What is in this file?                     ff::FFDecoder::probe(), or ff::getMovieInfo() alone
 /// - Which of its streams is the video?        ff::first_stream(), ff::stream_by_index()
 /// - What does the picture at time t look like?  ff::FFDecoder, asked with ff::RequireVideoFrame
+/// - What does the span [a, b) sound like?     ff::FFDecoder, asked with ff::RequireAudioFrame
+/// - Only the newest request counts?           ff::FFDecoder::getVideoFrameAsync()
+/// - Faster, slower, backwards, filtered?      ff::FFDecoder2
 /// - By how much should it be shrunk?          ff::FFDecoder::getImageDivider()
 /// - Decode on the graphics hardware?          ff::hw_enable_device(), before decoders are opened
 /// - Where do messages go?                     mox::Logger
@@ -27,7 +30,9 @@
 /// Threads. Any thread may call anything, unless a class says otherwise. Decoding runs on the
 /// calling thread, and FFmpeg's decoders bring threads of their own. The calls of one decoder run
 /// one after another; so does the decoding of one stream. A request is cancelled from another
-/// thread by its abort flag or by closing the decoder.
+/// thread by its abort flag or by closing the decoder. Background requests run on a thread of their
+/// decoder, which the first of them starts and close() ends; their callbacks run there, one after
+/// another, and may do with the decoder what they like.
 ///
 /// Failures. Nothing is thrown, except that memory may run out. A call that fails returns an empty
 /// pointer, null, false or a negative FFmpeg code, and the reason is logged once. Bad files and
@@ -53,6 +58,7 @@
 #include <framewell/base/tracer.h>
 #include <framewell/base/value.h>
 #include <framewell/ffdecoder.h>
+#include <framewell/ffdecoder2.h>
 #include <framewell/frame.h>
 #include <framewell/hw/hw_decoder.h>
 #include <framewell/media/ffmpeg_error.h>
