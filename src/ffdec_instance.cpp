@@ -301,7 +301,7 @@ bool Instance::seek(std::int64_t ts, bool flush) {
     if (!m_codec) {
         return false;
     }
-    const std::int64_t target = std::max(ts, m_stream->start_time);
+    const std::int64_t target = std::max(ts, start_or_zero());
     const bool at_start = target <= start_or_zero();
     expect_settling(target, at_start);
     if (flush) {

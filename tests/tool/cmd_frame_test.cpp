@@ -260,6 +260,36 @@ TEST(CmdFrameTest, ReportsAFolderThatDoesNotExist) {
     EXPECT_TRUE(result.has_one_error_line()) << result.errors;
 }
 
+TEST(CmdFrameTest, CountsTimesOfTheOutputWithSpeedAndReverse) {
+    const auto pts_of = [](const std::vector<std::string>& effects) {
+        std::vector<std::string> arguments{"frame", clip_h264(), "--at", "1", "--json"};
+        arguments.insert(arguments.end(), effects.begin(), effects.end());
+        const ToolResult result = run_tool(arguments);
+        EXPECT_EQ(result.errors, "");
+        return result.json().front().at("pts_us");
+    };
+    EXPECT_EQ(pts_of({"--speed", "2"}), 2000000);
+    EXPECT_EQ(pts_of({"--speed", "0.5"}), 500000);
+    EXPECT_EQ(pts_of({"--reverse"}), 3000000);
+    EXPECT_EQ(pts_of({"--reverse", "--speed", "3"}), 1000000);
+}
+
+TEST(CmdFrameTest, RunsTheFilterOfTheUser) {
+    const auto md5_with = [](const std::string& filter) {
+        return run_tool({"frame", clip_h264(), "--at", "1", "--json", "--filter", filter})
+            .json()
+            .front()
+            .at("md5");
+    };
+    const json plain = run_tool({"frame", clip_h264(), "--at", "1", "--json"}).json().front();
+    EXPECT_NE(md5_with("hflip"), plain.at("md5"));
+    EXPECT_EQ(md5_with("hflip,hflip"), plain.at("md5"));
+    const ToolResult refused =
+        run_tool({"frame", clip_h264(), "--at", "1", "--filter", "no_such_filter"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_TRUE(refused.has_one_error_line()) << refused.errors;
+}
+
 TEST(CmdFrameTest, DecodesInSoftwareWithoutADevice) {
     // Whatever devices this machine has: there is a picture, and at most one line that says that
     // none could be opened.

@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -139,6 +140,16 @@ public:
         }
         return line;
     }
+
+    /// Waits until it has written something on standard error.
+    void wait_for_errors() const {
+        while (std::filesystem::file_size(m_error_file) == 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+
+    /// Does what Ctrl-C does.
+    void interrupt() const { (void)::kill(m_pid, SIGINT); }
 
     /// Closes its standard output here, as a reader does that has seen enough.
     void stop_reading() { m_output.reset(); }

@@ -22,7 +22,7 @@ TEST(ToolTest, PrintsItsVersion) {
 }
 
 TEST(ToolTest, PrintsTheHelpOfEveryVerb) {
-    for (const char* const verb : {"probe", "frame", "devices"}) {
+    for (const char* const verb : {"probe", "frame", "audio", "play", "verify", "devices"}) {
         const ToolResult result = run_tool({verb, "--help"});
         EXPECT_EQ(result.status, 0);
         EXPECT_NE(result.out.find(std::string("framewell ") + verb), std::string::npos);
@@ -55,7 +55,8 @@ TEST_P(WrongUsageTest, IsOneErrorLineAndStatusTwo) {
 INSTANTIATE_TEST_SUITE_P(
     ToolTest, WrongUsageTest,
     testing::Values(
-        WrongUsage{{}, "probe, frame or devices"}, WrongUsage{{"-v"}, "probe, frame or devices"},
+        WrongUsage{{}, "probe, frame, audio, play, verify or devices"},
+        WrongUsage{{"-v"}, "probe, frame, audio, play, verify or devices"},
         WrongUsage{{"show"}, "\"show\""}, WrongUsage{{"--loud"}, "\"--loud\""},
         WrongUsage{{"-v", "--quiet", "devices"}, "--quiet"}, WrongUsage{{"probe"}, "FILE"},
         WrongUsage{{"probe", "a", "--at", "1"}, "--at"}, WrongUsage{{"frame"}, "FILE"},
@@ -82,6 +83,28 @@ INSTANTIATE_TEST_SUITE_P(
         WrongUsage{{"frame", "a", "--at", "-", "-o", "a%x.png"}, "%d"},
         WrongUsage{{"frame", "a", "--at", "1", "-o", "-", "--json"}, "--json"},
         WrongUsage{{"frame", "a", "--at", "1", "--hw", "abacus"}, "framewell devices"},
+        WrongUsage{{"frame", "a", "--at", "1", "--speed", "0.4"}, "--speed"},
+        WrongUsage{{"frame", "a", "--at", "1", "--speed", "nan"}, "--speed"},
+        WrongUsage{{"audio"}, "FILE"}, WrongUsage{{"audio", "a"}, "--from"},
+        WrongUsage{{"audio", "a", "--from", "1"}, "--to"},
+        WrongUsage{{"audio", "a", "--from", "x", "--to", "1"}, "no time"},
+        WrongUsage{{"audio", "a", "--from", "2", "--to", "1"}, "before"},
+        WrongUsage{{"audio", "a", "--from", "0", "--to", "1", "--step", "0"}, "--step"},
+        WrongUsage{{"audio", "a", "--from", "0", "--to", "1", "--step", "-1"}, "--step"},
+        WrongUsage{{"audio", "a", "--from", "0", "--to", "1", "--at", "-"}, "--at"},
+        WrongUsage{{"audio", "a", "--at", "-", "--at", "-"}, "only once"},
+        WrongUsage{{"audio", "a", "--at", "1"}, "two times"},
+        WrongUsage{{"audio", "a", "--at", "-", "--rate", "0"}, "--rate"},
+        WrongUsage{{"audio", "a", "--at", "-", "--channels", "0"}, "--channels"},
+        WrongUsage{{"audio", "a", "--at", "-", "--format", "s24"}, "s24"},
+        WrongUsage{{"audio", "a", "--at", "-", "--speed", "3.1"}, "--speed"},
+        WrongUsage{{"audio", "a", "--at", "-", "-o", "a.mp3"}, ".wav"},
+        WrongUsage{{"audio", "a", "--at", "-", "-o", "-", "--json"}, "--json"},
+        WrongUsage{{"play"}, "FILE"}, WrongUsage{{"play", "a", "--from", "x"}, "--from"},
+        WrongUsage{{"play", "a", "--from", "2", "--to", "1"}, "before"},
+        WrongUsage{{"play", "a", "--rate", "0"}, "--rate"}, WrongUsage{{"verify"}, "FILE"},
+        WrongUsage{{"verify", "a", "--requests", "0"}, "--requests"},
+        WrongUsage{{"verify", "a", "--seed", "-1"}, "--seed"},
         WrongUsage{{"probe", "a", "--hw", "abacus"}, "framewell devices"}));
 
 TEST(ToolTest, ListsEveryDeviceTypeOnce) {
