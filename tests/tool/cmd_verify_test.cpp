@@ -55,6 +55,15 @@ TEST(CmdVerifyTest, FindsPicturesAtIrregularTimes) {
     expect_no_difference(streams[0]);
 }
 
+TEST(CmdVerifyTest, FindsPicturesWhereTicksAreFinerThanMicroseconds) {
+    const std::string clip = fw_test::make_clip(
+        "fine_ticks.264",
+        "-f lavfi -i testsrc2=size=160x120:rate=30:duration=3 -c:v libx264 -bf 0 -g 30");
+    const std::vector<json> streams = verify(clip);
+    EXPECT_EQ(streams[0].at("pictures"), 90);
+    expect_no_difference(streams[0]);
+}
+
 TEST(CmdVerifyTest, ComparesSoundToTheSample) {
     for (const std::string& clip : {fw_test::clip_pcm(), fw_test::clip_flac()}) {
         const std::vector<json> streams = verify(clip);

@@ -1,21 +1,19 @@
 #include "commands.h"
+#include "effects.h"
 #include "ffmpeg_facts.h"
 #include "media_file.h"
 #include "output.h"
 #include "time_text.h"
 #include "tool_log.h"
 
-#include <framewell/ffdecoder.h>
+#include <framewell/ffdecoder2.h>
 
 #include <iostream>
-#include <limits>
 #include <memory>
 
 namespace tool {
 
 namespace {
-
-constexpr std::int64_t kUnknown = std::numeric_limits<std::int64_t>::min();
 
 /// Answers times with the pictures of one stream, one after another.
 class FrameCommand {
@@ -42,17 +40,10 @@ public:
 
 private:
     void open() {
-        const ProbedFile file = probe_file(m_options.file);
-        if (file.movie == nullptr) {
-            throw Failure(m_options.file + ": " + file.error);
-        }
-        m_movie = file.movie;
-        m_stream = &pick_video_stream(*m_movie, m_options.stream);
-        (void)take_complaints();
-        if (!m_decoder.open(m_stream)) {
-            throw Failure(m_options.file + ": stream " + std::to_string(m_stream->index) +
-                          " cannot be decoded" + reason_text() + "; see `framewell probe`");
-        }
+        m_movie = &need_file(m_options.file);
+        m_stream = &pick_stream(*m_movie, ff::StreamType::Video, m_options.stream);
+        open_stream(*m_stream, m_decoder);
+        apply_effects(m_options.effects, stream_name(*m_stream), m_decoder);
         m_divider = m_options.memory_mode.has_value()
                         ? m_decoder.getImageDivider(*m_options.memory_mode)
                         : m_options.divider;
@@ -87,7 +78,7 @@ private:
         request.divider = m_divider;
         const std::shared_ptr<ff::VFrameCtx> picture = m_decoder.getVideoFrame(request);
         if (picture == nullptr) {
-            report_missing(text, "no picture" + reason_text() +
+            report_missing(text, "no picture" + m_reason.text() +
                                      "; try another time or stream, or see the log with -v");
             return;
         }
@@ -157,30 +148,17 @@ private:
     }
 
     std::int64_t since_start(std::int64_t pts_us) const {
-        const std::int64_t start = m_movie->start_time == kUnknown ? 0 : m_movie->start_time;
         // Through unsigned: a damaged file may claim any start.
         return static_cast<std::int64_t>(static_cast<std::uint64_t>(pts_us) -
-                                         static_cast<std::uint64_t>(start));
-    }
-
-    // What the library said last about this stream, in brackets. It says it once: later requests
-    // fail for the same reason in silence.
-    std::string reason_text() {
-        const Complaints complaints = take_complaints();
-        const std::string& reason =
-            complaints.library.empty() ? complaints.ffmpeg : complaints.library;
-        if (!reason.empty()) {
-            m_reason = reason;
-        }
-        return m_reason.empty() ? "" : " (" + m_reason + ")";
+                                         static_cast<std::uint64_t>(movie_start_us(*m_movie)));
     }
 
     const FrameOptions& m_options;
     std::unique_ptr<PictureTarget> m_target;  // null: nothing is written
     const ff::MovieCtx* m_movie = nullptr;
     const ff::StreamCtx* m_stream = nullptr;
-    ff::FFDecoder m_decoder;
-    std::string m_reason;  // why a request failed, as far as the library has said it
+    ff::FFDecoder2 m_decoder;
+    Reason m_reason;
     int m_divider = 1;
     int m_number = 0;  // of the time that is being answered, from 1 on
     bool m_all_found = true;

@@ -60,24 +60,10 @@ void add_subtitles(const ff::StreamCtx& stream, Json& object) {
     object["subtitles"] = std::move(list);
 }
 
-const char* type_name(ff::StreamType type) {
-    switch (type) {
-        case ff::StreamType::Video:
-            return "video";
-        case ff::StreamType::Audio:
-            return "audio";
-        case ff::StreamType::Subtitle:
-            return "subtitle";
-        case ff::StreamType::None:
-            break;
-    }
-    return "none";
-}
-
 Json stream_json(const ff::StreamCtx& stream) {
     Json object;
     object["index"] = stream.index;
-    object["type"] = type_name(stream.type);
+    object["type"] = kind_name(stream.type);
     object["time_base"] = fraction_text(stream.time_base);
     object["start_time"] = number_or_null(stream.start_time, kUnknown);
     object["duration"] = number_or_null(stream.duration, kUnknown);
@@ -181,7 +167,7 @@ std::string video_text(const ff::StreamCtx& stream) {
 
 Row stream_row(const ff::StreamCtx& stream) {
     Row row{std::to_string(stream.index),
-            type_name(stream.type),
+            kind_name(stream.type),
             "",
             ticks_text(stream.start_time, stream.time_base),
             ticks_text(stream.duration, stream.time_base),

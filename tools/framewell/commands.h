@@ -1,5 +1,6 @@
 #pragma once
 
+#include "effects.h"
 #include "report.h"
 
 #include <framewell/frame.h>
@@ -29,9 +30,49 @@ struct FrameOptions {
     ff::PixelFormat format = ff::PixelFormat::Rgba;
     int divider = 1;
     std::optional<ff::MemoryMode> memory_mode;  ///< decides the divider if set
+    Effects effects;                            ///< with them, times are those of the output
     std::string out;                            ///< empty: no picture is written
     bool json = false;
     bool quiet = false;
+    std::string hw;
+};
+
+struct AudioOptions {
+    std::string file;
+    std::string from;
+    std::string to;
+    std::string step;             ///< length of each span; empty: one span
+    std::vector<std::string> at;  ///< spans "A B" in place of `from` and `to`; "-" as in `frame`
+    std::optional<int> stream;    ///< the file's number; none: the first audio stream
+    std::optional<int> rate;      ///< Hz; none: the stream's
+    std::optional<int> channels;  ///< none: the stream's
+    ff::SampleFormat format = ff::SampleFormat::S16;
+    Effects effects;
+    std::string out;  ///< empty: nothing is written
+    bool json = false;
+    bool quiet = false;
+    std::string hw;
+};
+
+struct PlayOptions {
+    std::string file;
+    std::string from;  ///< empty: the movie's start
+    std::string to;    ///< empty: its end
+    Effects effects;
+    std::string rate;  ///< pictures per second; empty: the stream's
+    bool json = false;
+    bool quiet = false;
+    bool progress = false;  ///< also where standard error is no terminal
+    std::string hw;
+};
+
+struct VerifyOptions {
+    std::vector<std::string> files;
+    unsigned int seed = 1;
+    int requests = 50;  ///< of each kind and stream
+    bool json = false;
+    bool quiet = false;
+    bool progress = false;  ///< also where standard error is no terminal
     std::string hw;
 };
 
@@ -41,6 +82,9 @@ struct DevicesOptions {
 
 Exit run_probe(const ProbeOptions& options);
 Exit run_frame(const FrameOptions& options);
+Exit run_audio(const AudioOptions& options);
+Exit run_play(const PlayOptions& options);
+Exit run_verify(const VerifyOptions& options);
 Exit run_devices(const DevicesOptions& options);
 
 /// Turns hardware decoding on as `--hw` asks; nothing for an empty text. A device that cannot be

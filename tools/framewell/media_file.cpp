@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <system_error>
 
 namespace tool {
@@ -58,29 +59,16 @@ std::string why_not_readable(const std::string& path) {
            "; check that it is one and complete, or see more with -v";
 }
 
-const char* kind_name(ff::StreamType type) {
-    switch (type) {
-        case ff::StreamType::Video:
-            return "video";
-        case ff::StreamType::Audio:
-            return "audio";
-        case ff::StreamType::Subtitle:
-            return "subtitle";
-        case ff::StreamType::None:
-            break;
-    }
-    return "unknown";
-}
-
-// "its video streams are 0, 3", to end an error line with.
-std::string list_video_streams(const ff::MovieCtx& movie) {
+// "video streams: 0, 3", to end an error line with.
+std::string list_streams(const ff::MovieCtx& movie, ff::StreamType kind) {
     std::string numbers;
     for (int i = 0; i < movie.nb_streams; ++i) {
-        if (movie.streams[i]->type == ff::StreamType::Video) {
+        if (movie.streams[i]->type == kind) {
             numbers += (numbers.empty() ? "" : ", ") + std::to_string(movie.streams[i]->index);
         }
     }
-    return numbers.empty() ? "it has no video stream" : "video streams: " + numbers;
+    const std::string name = kind_name(kind);
+    return numbers.empty() ? "it has no " + name + " stream" : name + " streams: " + numbers;
 }
 
 }  // namespace
@@ -95,27 +83,67 @@ ProbedFile probe_file(const std::string& path) {
     return result;
 }
 
-const ff::StreamCtx& pick_video_stream(const ff::MovieCtx& movie, std::optional<int> number) {
+const char* kind_name(ff::StreamType type) {
+    switch (type) {
+        case ff::StreamType::Video:
+            return "video";
+        case ff::StreamType::Audio:
+            return "audio";
+        case ff::StreamType::Subtitle:
+            return "subtitle";
+        case ff::StreamType::None:
+            break;
+    }
+    return "none";
+}
+
+const ff::MovieCtx& need_file(const std::string& path) {
+    const ProbedFile file = probe_file(path);
+    if (file.movie == nullptr) {
+        throw Failure(path + ": " + file.error);
+    }
+    return *file.movie;
+}
+
+const ff::StreamCtx& pick_stream(const ff::MovieCtx& movie, ff::StreamType kind,
+                                 std::optional<int> number) {
     const std::string path = movie.path;
+    const std::string name = kind_name(kind);
     if (!number.has_value()) {
-        const ff::StreamCtx* const first = ff::first_stream(&movie, ff::StreamType::Video);
+        const ff::StreamCtx* const first = ff::first_stream(&movie, kind);
         if (first == nullptr) {
-            throw Failure(path +
-                          ": it has no video stream that can be decoded; see `framewell "
-                          "probe`");
+            throw Failure(path + ": it has no " + name +
+                          " stream that can be decoded; see `framewell probe`");
         }
         return *first;
     }
     const ff::StreamCtx* const stream = ff::stream_by_index(&movie, *number);
     if (stream == nullptr) {
         throw Failure(path + ": it has no stream " + std::to_string(*number) +
-                      " that can be decoded; " + list_video_streams(movie));
+                      " that can be decoded; " + list_streams(movie, kind));
     }
-    if (stream->type != ff::StreamType::Video) {
+    if (stream->type != kind) {
         throw Failure(path + ": stream " + std::to_string(*number) + " is " +
-                      kind_name(stream->type) + ", not video; " + list_video_streams(movie));
+                      kind_name(stream->type) + ", not " + name + "; " + list_streams(movie, kind));
     }
     return *stream;
+}
+
+std::string stream_name(const ff::StreamCtx& stream) {
+    return std::string(stream.movie->path) + ": stream " + std::to_string(stream.index);
+}
+
+std::int64_t movie_start_us(const ff::MovieCtx& movie) {
+    constexpr std::int64_t unknown = std::numeric_limits<std::int64_t>::min();
+    return movie.start_time == unknown ? 0 : movie.start_time;
+}
+
+void open_stream(const ff::StreamCtx& stream, ff::FFDecoder& decoder) {
+    (void)take_complaints();  // those of earlier streams say nothing about this one
+    if (!decoder.open(&stream)) {
+        throw Failure(stream_name(stream) + " cannot be decoded" + Reason().text() +
+                      "; see `framewell probe`");
+    }
 }
 
 }  // namespace tool

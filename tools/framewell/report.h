@@ -15,8 +15,10 @@ using Json = nlohmann::ordered_json;
 /// The exit statuses that scripts rely on.
 enum class Exit : int {
     Done = 0,
-    Failed = 1,  ///< some request had no answer, or a file could not be used
-    Usage = 2,   ///< the command line is wrong
+    Failed = 1,         ///< some request had no answer, or a file could not be used
+    Usage = 2,          ///< the command line is wrong
+    Differs = 4,        ///< verify found an answer that is not what it must be
+    Interrupted = 130,  ///< the user pressed Ctrl-C
 };
 
 /// A command that cannot go on: main() prints the text as one error line. It says what to do.

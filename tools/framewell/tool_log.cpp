@@ -4,6 +4,10 @@
 
 #include <framewell/base/logger.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <mutex>
 #include <utility>
 
@@ -21,6 +25,8 @@ Notebook& notebook() {
     static auto* const s_notebook = new Notebook;
     return *s_notebook;
 }
+
+bool g_is_verbose = false;  // written before any thread starts
 
 // The library's messages stand between double quotes, with a newline at the end.
 std::string without_quotes(std::string text) {
@@ -50,6 +56,7 @@ void note_ffmpeg_error(const std::string& line) {
 }  // namespace
 
 void set_up_log(LogMode mode) {
+    g_is_verbose = mode == LogMode::Verbose;
     mox::Logger* const logger = mox::Logger::instance();
     switch (mode) {
         case LogMode::Reasons:
@@ -70,6 +77,37 @@ void set_up_log(LogMode mode) {
 Complaints take_complaints() {
     const std::lock_guard<std::mutex> lock(notebook().mutex);
     return std::exchange(notebook().last, Complaints{});
+}
+
+std::string Reason::text() {
+    const Complaints complaints = take_complaints();
+    const std::string& said = complaints.library.empty() ? complaints.ffmpeg : complaints.library;
+    if (!said.empty()) {
+        m_last = said;
+    }
+    return m_last.empty() ? "" : " (" + m_last + ")";
+}
+
+HushedStandardError::HushedStandardError() {
+    const int nowhere = g_is_verbose ? -1 : ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere < 0) {
+        return;
+    }
+    (void)std::fflush(stderr);  // what was printed before belongs to the user
+    m_saved = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    if (m_saved >= 0 && ::dup2(nowhere, STDERR_FILENO) < 0) {
+        (void)::close(m_saved);  // nothing was redirected
+        m_saved = -1;
+    }
+    (void)::close(nowhere);  // standard error has its own copy
+}
+
+HushedStandardError::~HushedStandardError() {
+    if (m_saved >= 0) {
+        (void)std::fflush(stderr);
+        (void)::dup2(m_saved, STDERR_FILENO);  // both are open, so it cannot fail
+        (void)::close(m_saved);
+    }
 }
 
 }  // namespace tool

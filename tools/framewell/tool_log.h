@@ -22,4 +22,28 @@ struct Complaints {
 
 Complaints take_complaints();
 
+/// Why requests fail, as far as the library has said it. It says it once: later requests fail for
+/// the same reason in silence.
+class Reason {
+public:
+    /// What was said last, in brackets after a space; empty if nothing ever was.
+    std::string text();
+
+private:
+    std::string m_last;
+};
+
+/// Keeps what the library itself prints on standard error away from the user while it lives, except
+/// under LogMode::Verbose. Only for calls while no other thread prints.
+class HushedStandardError {
+public:
+    HushedStandardError();
+    HushedStandardError(const HushedStandardError&) = delete;
+    HushedStandardError& operator=(const HushedStandardError&) = delete;
+    ~HushedStandardError();
+
+private:
+    int m_saved = -1;  // the real standard error; -1 while that is in place
+};
+
 }  // namespace tool

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "commands.h"
+
+#include <CLI/CLI.hpp>
+
+namespace tool {
+
+/// What every verb understands, before or after its name.
+struct CommonOptions {
+    bool verbose = false;
+    bool quiet = false;
+};
+
+void add_common(CLI::App& app, CommonOptions& options);
+
+/// Each adds a verb whose parsed options go into `options`, which has to live as long as `app`.
+CLI::App* add_probe(CLI::App& app, ProbeOptions& options);
+CLI::App* add_frame(CLI::App& app, FrameOptions& options);
+CLI::App* add_audio(CLI::App& app, AudioOptions& options);
+CLI::App* add_play(CLI::App& app, PlayOptions& options);
+CLI::App* add_verify(CLI::App& app, VerifyOptions& options);
+CLI::App* add_devices(CLI::App& app, DevicesOptions& options);
+
+}  // namespace tool
