@@ -134,8 +134,12 @@ void Instance::close() {
     m_stream = nullptr;
     m_format.reset();
     m_jitter->reset(AV_NOPTS_VALUE);
+    m_landing = Landing::FileOpened;
+    m_first_packet = {};
+    m_has_concealed = false;
     m_gate = Gate::Open;
     m_drop_damaged = false;
+    m_has_recovered = false;
     m_settle_until = AV_NOPTS_VALUE;
     m_sound_time = AV_NOPTS_VALUE;
     m_packets_left = kAllPackets;
@@ -172,7 +176,8 @@ int Instance::decode_frame(AVPacket* packet, AVFrame* frame) {
     bool more_input = true;
     for (;;) {
         const int received = HWDecoder::instance()->hw_codec_receive_frame(m_codec.get(), frame);
-        if (received == 0 && is_inexact(*frame)) {
+        m_has_concealed = m_has_concealed || frame->decode_error_flags != 0;
+        if (received == 0 && is_inexact(*frame, !more_input)) {
             av_frame_unref(frame);
             continue;
         }
@@ -268,7 +273,7 @@ int Instance::read_packet(AVPacket* packet) {
     if (m_packets_left == 0) {
         return AVERROR_EOF;
     }
-    int result = get_packet(packet);
+    int result = m_landing != Landing::BehindPacket ? read_at_landing(packet) : get_packet(packet);
     while (result >= 0 && !passes_key_gate(*packet)) {
         result = get_packet(packet);
     }
@@ -276,6 +281,38 @@ int Instance::read_packet(AVPacket* packet) {
         --m_packets_left;
     }
     return result;
+}
+
+/// Reads the first packet after opening or seeking, so that a stream of pictures begins in the same
+/// way every time: its first packet comes back with the times that it had at first, which some
+/// formats guess anew after a seek. And where a seek to the start ends behind it, as happens to
+/// packets that have no times, the file is opened again.
+int Instance::read_at_landing(AVPacket* packet) {
+    const Landing landing = std::exchange(m_landing, Landing::BehindPacket);
+    const int result = get_packet(packet);
+    if (landing == Landing::FileOpened) {
+        m_first_packet = result >= 0
+                             ? PacketMark{packet->pts, packet->dts, packet->pos, packet->duration}
+                             : PacketMark{};
+        return result;
+    }
+    if (m_first_packet.pos < 0) {
+        return result;
+    }
+    if (result >= 0 && packet->pos == m_first_packet.pos) {
+        packet->pts = m_first_packet.pts;
+        packet->dts = m_first_packet.dts;
+        return result;
+    }
+    return landing == Landing::SeekToStart && reopen() ? read_at_landing(packet) : result;
+}
+
+/// To be called before a seek: the first packet can be told only by reading it.
+void Instance::note_first_packet() {
+    const PacketPtr packet(av_packet_alloc());
+    if (packet && m_landing == Landing::FileOpened) {
+        (void)read_at_landing(packet.get());  // an unreadable one is met again after the seek
+    }
 }
 
 int Instance::get_subtitle(AVPacket* packet, AVSubtitle* subtitle) {
@@ -310,20 +347,32 @@ bool Instance::seek(std::int64_t ts, bool flush) {
     m_jitter->reset(at_start ? start_or_zero() : AV_NOPTS_VALUE);
     expect_key_frame(at_start);
     m_sound_time = AV_NOPTS_VALUE;
+    const bool is_video = m_codec->codec_type == AVMEDIA_TYPE_VIDEO;
+    if (is_video || has_plain_samples()) {
+        note_first_packet();
+    }
+    if (is_video) {
+        m_landing = at_start ? Landing::SeekToStart : Landing::SeekToTime;
+    }
     return seek_file(target);
 }
 
 /// Makes the decoder forget what it holds. Many decoders of sound keep something over a flush (the
 /// state of a noise generator, some everything), so one that goes back to the start is made anew.
+/// Likewise a decoder of pictures that has made up missing parts of one: it keeps the pictures that
+/// it takes them from, and would make them up from others the next time.
 void Instance::reset_codec(bool at_start) {
     const bool is_lossy_sound =
         m_codec->codec_type == AVMEDIA_TYPE_AUDIO && settling_of(*m_stream->codecpar).samples > 0;
     const AVCodec* const codec = m_codec->codec;
+    const bool needs_new = std::exchange(m_has_concealed, false) || (at_start && is_lossy_sound);
     CodecContextPtr old = std::move(m_codec);
-    if (!at_start || !is_lossy_sound || !make_codec_context(codec) || !start_codec(codec)) {
-        m_codec = std::move(old);
-        avcodec_flush_buffers(m_codec.get());
+    if (needs_new && make_codec_context(codec) && start_codec(codec)) {
+        hw_codec_release(old.get());
+        return;
     }
+    m_codec = std::move(old);
+    avcodec_flush_buffers(m_codec.get());
 }
 
 bool Instance::seek_file(std::int64_t target) {
@@ -359,12 +408,31 @@ int Instance::seek_before(std::int64_t target) {
         return av_seek_frame(m_format.get(), m_stream->index, position, AVSEEK_FLAG_BACKWARD);
     };
     if (m_settle_until == AV_NOPTS_VALUE) {
-        return seek_to(target);
+        return seek_to(has_plain_samples() ? packet_start_before(target) : target);
     }
     const std::int64_t early = time_to_decode_from(target);
     const int result =
         early > start_or_zero() ? seek_to(early) : seek_to_first_packet(start_or_zero());
     return result >= 0 ? result : seek_to(target);
+}
+
+/// True for sound of which every sample stands alone: files of it can be entered anywhere.
+bool Instance::has_plain_samples() const {
+    return m_codec->codec_type == AVMEDIA_TYPE_AUDIO &&
+           av_get_exact_bits_per_sample(m_codec->codec_id) > 0;
+}
+
+/// Where a packet would begin at or before `target` if the stream were read from its start.
+/// Decoders that enter between packets would cut the stream into other frames than those that do
+/// not, and frames of several decoders could not follow each other.
+std::int64_t Instance::packet_start_before(std::int64_t target) const {
+    const std::int64_t step = m_first_packet.duration;
+    std::int64_t distance = 0;
+    if (step <= 0 || m_first_packet.pts == AV_NOPTS_VALUE ||
+        __builtin_sub_overflow(target, m_first_packet.pts, &distance) || distance < 0) {
+        return target;
+    }
+    return m_first_packet.pts + distance / step * step;
 }
 
 /// Where decoding begins for the sound at `target` to be right.
@@ -414,9 +482,13 @@ void Instance::swap(Instance* other) {
     std::swap(m_stream, other->m_stream);
     std::swap(m_options, other->m_options);
     std::swap(m_jitter, other->m_jitter);
+    std::swap(m_landing, other->m_landing);
+    std::swap(m_first_packet, other->m_first_packet);
+    std::swap(m_has_concealed, other->m_has_concealed);
     std::swap(m_gate, other->m_gate);
     std::swap(m_key_time, other->m_key_time);
     std::swap(m_drop_damaged, other->m_drop_damaged);
+    std::swap(m_has_recovered, other->m_has_recovered);
     std::swap(m_settle_until, other->m_settle_until);
     std::swap(m_sound_time, other->m_sound_time);
     std::swap(m_sound_end, other->m_sound_end);
@@ -434,6 +506,7 @@ void Instance::expect_key_frame(bool at_start) {
         // not seen recover, at the end of the stream also pictures that have (5.1). So it is told
         // to hand out everything, and what it marks as damaged is dropped here.
         m_drop_damaged = !at_start;
+        m_has_recovered = false;
         m_codec->flags = at_start ? m_codec->flags & ~AV_CODEC_FLAG_OUTPUT_CORRUPT
                                   : m_codec->flags | AV_CODEC_FLAG_OUTPUT_CORRUPT;
     }
@@ -480,11 +553,11 @@ bool Instance::passes_key_gate(const AVPacket& packet) {
 /// True for a frame that a decode from the start of the stream would give differently: sound from
 /// before the decoder has settled, a picture that lies before the key frame that decoding began
 /// with, or one that the decoder says is damaged.
-bool Instance::is_inexact(const AVFrame& frame) {
+bool Instance::is_inexact(const AVFrame& frame, bool draining) {
     if (is_settling(frame)) {
         return true;
     }
-    if (m_drop_damaged && (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0) {
+    if (m_drop_damaged && is_damaged(frame, draining)) {
         return true;
     }
     if (m_gate != Gate::WaitForTime) {
@@ -495,6 +568,17 @@ bool Instance::is_inexact(const AVFrame& frame) {
     }
     m_gate = Gate::Open;
     return false;
+}
+
+/// True for a picture that is built on what lies before the seek. Pictures that the decoder still
+/// holds at the end of the stream come out without its mark (5.1): they count once one is known to
+/// be whole, as every picture without references is.
+bool Instance::is_damaged(const AVFrame& frame, bool draining) {
+    if ((frame.flags & AV_FRAME_FLAG_CORRUPT) != 0) {
+        return true;
+    }
+    m_has_recovered = m_has_recovered || !draining || frame.pict_type == AV_PICTURE_TYPE_I;
+    return !m_has_recovered;
 }
 
 std::int64_t Instance::start_or_zero() const {

@@ -86,18 +86,34 @@ private:
     void keep_sound_in_order(AVFrame* frame);
     std::int64_t next_sound_time(std::int64_t time, std::int64_t length);
     int read_packet(AVPacket* packet);
+    int read_at_landing(AVPacket* packet);
+    void note_first_packet();
     int feed_decoder(AVPacket* packet, bool* more_input);
     bool seek_file(std::int64_t target);
     int seek_before(std::int64_t target);
     std::int64_t time_to_decode_from(std::int64_t target) const;
     int seek_to_first_packet(std::int64_t target);
+    bool has_plain_samples() const;
+    std::int64_t packet_start_before(std::int64_t target) const;
     bool reopen();
     void expect_key_frame(bool at_start);
     bool passes_key_gate(const AVPacket& packet);
     void expect_settling(std::int64_t target, bool at_start);
     bool is_settling(const AVFrame& frame);
-    bool is_inexact(const AVFrame& frame);
+    bool is_inexact(const AVFrame& frame, bool draining);
+    bool is_damaged(const AVFrame& frame, bool draining);
     std::int64_t start_or_zero() const;
+
+    /// Where the next packet is read.
+    enum class Landing { FileOpened, SeekToStart, SeekToTime, BehindPacket };
+
+    /// Where a packet lies in the file, and the times that it has.
+    struct PacketMark {
+        std::int64_t pts = AV_NOPTS_VALUE;
+        std::int64_t dts = AV_NOPTS_VALUE;
+        std::int64_t pos = -1;
+        std::int64_t duration = 0;  // ticks
+    };
 
     /// What stands between a seek and the first picture that can be trusted.
     enum class Gate {
@@ -113,12 +129,16 @@ private:
     AVStream* m_stream = nullptr;  // owned by m_format
     DictPtr m_options;             // what avcodec_open2 left of the decoder options
     std::unique_ptr<FrameJitter> m_jitter;
+    Landing m_landing = Landing::FileOpened;
+    PacketMark m_first_packet;     // of the stream, as it is when the file has just been opened
+    bool m_has_concealed = false;  // the decoder has made up parts of pictures
     Gate m_gate = Gate::Open;
     std::int64_t m_key_time = AV_NOPTS_VALUE;      // of the key frame that opened the gate
     std::int64_t m_settle_until = AV_NOPTS_VALUE;  // sound that ends before it is dropped
     std::int64_t m_sound_time = AV_NOPTS_VALUE;    // of the frame of sound handed out last
     std::int64_t m_sound_end = 0;                  // where that frame ends
     bool m_drop_damaged = false;                   // the decoder hands out damaged pictures, marked
+    bool m_has_recovered = false;                  // and no more of them will come
     int m_packets_left = kAllPackets;              // that the decoder may still get
 };
 

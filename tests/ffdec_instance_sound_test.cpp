@@ -104,4 +104,17 @@ INSTANTIATE_TEST_SUITE_P(
         return name;
     });
 
+// Files of plain samples can be entered anywhere. Two workers that cut such a stream into different
+// frames could not follow each other within a span.
+TEST(PlainSoundTest, ASeekIntoAFrameGivesTheFrameThatADecodeFromTheStartHas) {
+    const std::string path = noisy_clip("seek.wav", "-c:a pcm_s16le");
+    const WholeSound whole = fw_test::decode_whole(path, 0);
+    Reader reader(path, 0);
+    for (const std::size_t at : {7U, 3U, 100U}) {
+        ASSERT_TRUE(reader.instance.seek(whole.frames[at].time + 100, true));
+        expect_frame(&reader, whole, whole.frames[at]);
+        expect_frame(&reader, whole, whole.frames[at + 1]);
+    }
+}
+
 }  // namespace

@@ -83,7 +83,7 @@ TEST_F(TaskTroubleTest, ACancelledRequestDecodesNothing) {
     for (const std::size_t i : {0U, 30U}) {
         EXPECT_EQ(at(pts(i), &cancel), kNothing);
     }
-    EXPECT_EQ(reads, 0);
+    EXPECT_EQ(reads, 1);  // a first seek looks at the first packet, which nothing decodes
     EXPECT_TRUE(task.is_empty());
     EXPECT_FALSE(task.m_busy);
     EXPECT_EQ(at(pts(30)), all[30]);

@@ -170,12 +170,12 @@ inline std::size_t affordable_questions(const Timeline& timeline) {
     if (std::getenv("FRAMEWELL_EXACTNESS_ALL") != nullptr) {
         return timeline.shown.size();
     }
-    constexpr double kPixels = 2e8;  // decoded in about a second
+    constexpr double kPixels = 1.2e8;  // decoded in less than a second
     const double pixels_per_question =
         1.0 * timeline.width * timeline.height * (timeline.pictures_per_key / 2 + 1);
     const double affordable = kPixels / std::max(1.0, pixels_per_question);
     return static_cast<std::size_t>(kSanitized ? std::clamp(affordable / 10, 6.0, 12.0)
-                                               : std::clamp(affordable, 16.0, 64.0));
+                                               : std::clamp(affordable, 16.0, 48.0));
 }
 
 /// Makes up questions about one stream. Equal seeds give equal questions.
