@@ -28,6 +28,32 @@ std::string x264(int gop) {
     std::exit(1);
 }
 
+/// Returns the path of a file that ffmpeg makes with `arguments`, if it is not there. Its name
+/// carries the recipe's hash: files that are made in another way are others, so none is out of
+/// date.
+std::string make_once(const std::string& name, std::size_t recipe, const std::string& ending,
+                      const std::string& arguments) {
+    const std::string path =
+        cache_folder() + "/" + name + "-" + std::to_string(recipe % 1000000) + "." + ending;
+    if (std::filesystem::exists(path)) {
+        return path;
+    }
+    std::fprintf(stderr, "making the clip %s ...\n", path.c_str());
+    // Under a name of its own until it is complete: programs may run side by side.
+    const std::string part = path + "." + std::to_string(getpid()) + "." + ending;
+    const std::string command =
+        "ffmpeg -hide_banner -loglevel error -nostdin -y" + arguments + " '" + part + "'";
+    if (std::system(command.c_str()) != 0) {
+        std::remove(part.c_str());
+        give_up(
+            "the program ffmpeg cannot make the clip; it needs libx264, libx265, libmp3lame and "
+            "libopus: " +
+            command);
+    }
+    std::filesystem::rename(part, path);
+    return path;
+}
+
 }  // namespace
 
 const std::vector<Clip>& all_clips() {
@@ -46,6 +72,24 @@ const Clip& small_clip() {
     static const Clip clip{"small", "160x90 H.264, GOP 12", 20, moving_pictures("160x90", 4),
                            x264(12)};
     return clip;
+}
+
+const Clip& long_gop_clip() {
+    static const Clip clip{"long_gop", "640x360 H.264, GOP 250, B", 40,
+                           moving_pictures("640x360", 4), x264(250)};
+    return clip;
+}
+
+const std::vector<SoundClip>& sound_clips() {
+    // Without noise substitution: that noise depends on all that was decoded before, so what is
+    // decoded from two places could not be compared.
+    static const std::vector<SoundClip> clips{
+        {"aac", "AAC", "m4a", 60, 44100, "-c:a aac -b:a 160k -aac_pns 0"},
+        {"mp3", "MP3", "mp3", 60, 44100, "-c:a libmp3lame -b:a 160k"},
+        {"opus", "Opus", "opus", 60, 48000, "-c:a libopus -b:a 128k"},
+        {"flac", "FLAC", "flac", 60, 44100, "-c:a flac -sample_fmt s16"},
+    };
+    return clips;
 }
 
 const Clip& clip_named(const std::string& name) {
@@ -72,28 +116,24 @@ std::string cache_folder() {
 }
 
 std::string path_of(const Clip& clip) {
-    // The name tells clips that are made in another way apart, so none is out of date.
     const std::string seconds = std::to_string(clip.seconds);
-    const std::size_t recipe = std::hash<std::string>()(clip.source + clip.encoder);
-    const std::string path = cache_folder() + "/" + clip.name + "-" + seconds + "s-" +
-                             std::to_string(recipe % 1000000) + ".mp4";
-    if (std::filesystem::exists(path)) {
-        return path;
-    }
-    std::fprintf(stderr, "making the clip %s ...\n", path.c_str());
-    // Under a name of its own until it is complete: programs may run side by side.
-    const std::string part = path + "." + std::to_string(getpid()) + ".mp4";
     const std::string input = " -f lavfi -t " + seconds + " -i ";
-    const std::string command = "ffmpeg -hide_banner -loglevel error -nostdin -y" + input + "'" +
-                                clip.source + "'" + input + "sine=frequency=440 " + clip.encoder +
-                                " -pix_fmt yuv420p -c:a aac '" + part + "'";
-    if (std::system(command.c_str()) != 0) {
-        std::remove(part.c_str());
-        give_up("the program ffmpeg cannot make the clip; it needs libx264 and libx265: " +
-                command);
-    }
-    std::filesystem::rename(part, path);
-    return path;
+    return make_once(clip.name + "-" + seconds + "s",
+                     std::hash<std::string>()(clip.source + clip.encoder), "mp4",
+                     input + "'" + clip.source + "'" + input + "sine=frequency=440 " +
+                         clip.encoder + " -pix_fmt yuv420p -c:a aac");
+}
+
+std::string path_of(const SoundClip& clip) {
+    const std::string seconds = std::to_string(clip.seconds);
+    const std::string rate = std::to_string(clip.sample_rate);
+    const std::string source =
+        "aevalsrc='0.3*sin(2*PI*t*(220+110*sin(t)))+0.1*(random(0)-0.5)|"
+        "0.3*sin(2*PI*t*(330+90*cos(t)))+0.1*(random(1)-0.5)':s=" +
+        rate;
+    const std::string recipe = "-f lavfi -t " + seconds + " -i \"" + source + "\" " + clip.encoder;
+    return make_once(clip.name + "-" + seconds + "s", std::hash<std::string>()(recipe), clip.ending,
+                     " " + recipe);
 }
 
 }  // namespace bench

@@ -25,7 +25,7 @@ AsyncHelper::~AsyncHelper() {
 }
 
 std::shared_ptr<AsyncHelper> AsyncHelper::start() {
-    const std::shared_ptr<AsyncHelper> helper(new AsyncHelper);  // the constructor is private
+    std::shared_ptr<AsyncHelper> helper(new AsyncHelper);  // the constructor is private
     // Nobody else looks at these two until this returns: the thread itself does so only in a task.
     helper->m_thread = std::thread([helper] { helper->run(); });
     helper->m_thread_id = helper->m_thread.get_id();

@@ -173,20 +173,19 @@ std::shared_ptr<AVFrame> FFDec_Task::get_frame_from_cache(long long ts, Ts_ROUND
     if (time_of(m_frames.front()) > ts) {
         return m_at_head ? m_frames.front() : nullptr;
     }
-    if (time_of(m_frames.back()) < ts) {
+    const std::int64_t newest = time_of(m_frames.back());
+    if (newest < ts) {
         return m_at_eof ? m_frames.back() : nullptr;
     }
-    std::shared_ptr<AVFrame> covering;
-    for (const std::shared_ptr<AVFrame>& frame : m_frames) {
-        if (time_of(frame) > ts) {
-            if (mode == Ts_NEXT) {
-                return frame;
-            }
-        } else {
-            covering = frame;
-        }
+    if (mode == Ts_FLOOR) {
+        const auto covers = [ts](const auto& frame) { return time_of(frame) <= ts; };
+        return *std::find_if(m_frames.rbegin(), m_frames.rend(), covers);  // the oldest one does
     }
-    return mode == Ts_NEXT ? nullptr : covering;
+    if (newest == ts) {
+        return nullptr;  // at once: playing asks this for every frame, and hundreds are kept
+    }
+    const auto follows = [ts](const auto& frame) { return time_of(frame) > ts; };
+    return *std::find_if(m_frames.begin(), m_frames.end(), follows);  // the newest one does
 }
 
 void FFDec_Task::insert_into_cache(std::shared_ptr<AVFrame> frame) {

@@ -244,6 +244,15 @@ std::shared_ptr<AVFrame> read_samples(FFDecoderPrivate* decoder, const StreamCtx
     return read > 0 ? frame : nullptr;
 }
 
+/// Runs samples through the decoder's filters. False if nothing comes out.
+bool filter_span(FFDecoderPrivate* decoder, std::shared_ptr<AVFrame>* frame) {
+    const int filtered = excute_filting(decoder->m_filter.get(), *frame);
+    if (filtered < 0) {
+        FW_LOG(2, decoder->m_name, "excute filter failed: %s", ffmpeg_error(filtered));
+    }
+    return filtered >= 0;
+}
+
 }  // namespace
 
 bool is_audio_ts_discontinuous(FFDecoderPrivate* priv, const Range& range) {
@@ -305,6 +314,7 @@ std::shared_ptr<AFrameCtx> FFDecoderPrivate::take_span(const RequireAudioFrame& 
     const std::int64_t wanted = count_wanted(&m_run, req.range.end, stream.sample_rate);
     if (wanted > std::numeric_limits<int>::max()) {
         FW_LOG(2, m_name, "a span of %lld samples is too long", static_cast<long long>(wanted));
+        m_run.has_last = false;  // its samples are counted but will never be there
         return nullptr;
     }
     SpanFiller(this, stream, req.abort_flag).fill(wanted, m_run.must_seek, target);
@@ -315,15 +325,8 @@ std::shared_ptr<AFrameCtx> FFDecoderPrivate::take_span(const RequireAudioFrame& 
         av_audio_fifo_reset(m_fifo.get());
     }
     std::shared_ptr<AVFrame> frame = read_samples(this, stream, wanted);
-    if (!frame) {
+    if (!frame || (m_filter && !filter_span(this, &frame))) {
         return nullptr;
-    }
-    if (m_filter) {
-        const int filtered = excute_filting(m_filter.get(), frame);
-        if (filtered < 0) {
-            FW_LOG(2, m_name, "excute filter failed: %s", ffmpeg_error(filtered));
-            return nullptr;
-        }
     }
     return convert_to_dst_aframe(frame.get(), req);
 }

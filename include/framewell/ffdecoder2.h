@@ -26,6 +26,8 @@ namespace ff {
 class FRAMEWELL_API FFDecoder2 : public FFDecoder {
 public:
     FFDecoder2();
+    FFDecoder2(const FFDecoder2&) = delete;
+    FFDecoder2& operator=(const FFDecoder2&) = delete;
 
     /// Closes the decoder.
     ~FFDecoder2() override;
