@@ -5,6 +5,7 @@
 /// times in random order, and the differences between the answers and that list.
 
 #include "tests/support/media.h"
+#include "tests/support/sanitized.h"
 
 #include <framewell/ffdecoder.h>
 
@@ -151,18 +152,6 @@ inline void expect_what_comes_in_order(Timeline* timeline, const ff::StreamCtx& 
         shown.md5s = {picture ? md5_of(*picture, timeline->pix_fmt) : "none"};
     }
 }
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-#else
-constexpr bool kSanitized = false;
-#endif
 
 /// How many pictures to ask for: less where the pictures are large and key pictures far apart, so
 /// that each stream costs about as much. All with the environment variable FRAMEWELL_EXACTNESS_ALL.

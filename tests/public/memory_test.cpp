@@ -1,5 +1,5 @@
-#include "tests/public/exactness_check.h"
 #include "tests/support/decoders.h"
+#include "tests/support/sanitized.h"
 
 #include <framewell/base/data.h>
 #include <framewell/ffdecoder.h>

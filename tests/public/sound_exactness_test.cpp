@@ -3,6 +3,7 @@
 
 #include "tests/public/sound_reference.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/sanitized.h"
 
 #include <framewell/base/data.h>
 
@@ -14,19 +15,8 @@
 
 namespace {
 
+using fw_test::kSanitized;
 using fw_test::WholeSound;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-#else
-constexpr bool kSanitized = false;
-#endif
 
 constexpr int kRandomSpans = kSanitized ? 24 : 200;
 

@@ -26,7 +26,7 @@ void apply_effects(const Effects& effects, const std::string& name, ff::FFDecode
     if (!accepted) {
         const Complaints complaints = take_complaints();
         const std::string& reason =
-            complaints.ffmpeg.empty() ? complaints.library : complaints.ffmpeg;
+            complaints.ffmpeg.empty() ? complaints.framewell : complaints.ffmpeg;
         const std::string what = effects.filter.empty() ? "speed " + std::to_string(effects.speed)
                                                         : "--filter " + effects.filter;
         throw Failure(name + ": " + what + " cannot be set up" +

@@ -45,7 +45,7 @@ void note_library_error(const char* /*tag*/, int level, const char* /*file*/, in
         return;
     }
     const std::lock_guard<std::mutex> lock(notebook().mutex);
-    notebook().last.library = without_quotes(message);
+    notebook().last.framewell = without_quotes(message);
 }
 
 void note_ffmpeg_error(const std::string& line) {
@@ -81,7 +81,8 @@ Complaints take_complaints() {
 
 std::string Reason::text() {
     const Complaints complaints = take_complaints();
-    const std::string& said = complaints.library.empty() ? complaints.ffmpeg : complaints.library;
+    const std::string& said =
+        complaints.framewell.empty() ? complaints.ffmpeg : complaints.framewell;
     if (!said.empty()) {
         m_last = said;
     }

@@ -16,8 +16,8 @@ void set_up_log(LogMode mode);
 
 /// The last errors since they were last asked for. Empty under other modes than Reasons.
 struct Complaints {
-    std::string library;  ///< a message of the library of level 1 or 2
-    std::string ffmpeg;   ///< an error of FFmpeg's own
+    std::string framewell;  ///< a message of the library of level 1 or 2
+    std::string ffmpeg;     ///< an error of FFmpeg's own
 };
 
 Complaints take_complaints();

@@ -2,15 +2,14 @@
 
 #include "interrupt.h"
 #include "media_file.h"
+#include "on_threads.h"
 #include "picture_walk.h"
 #include "tool_log.h"
 
 #include <algorithm>
 #include <atomic>
-#include <exception>
 #include <mutex>
 #include <random>
-#include <thread>
 
 namespace tool {
 
@@ -142,30 +141,14 @@ void PictureQuestions::from_threads(unsigned int seed, int requests) {
     PictureAsker shared(m_stream);
     (void)shared.open();  // if not, every answer is missing
     std::atomic<int> left{requests};
-    std::exception_ptr trouble;
-    std::mutex trouble_mutex;
-    std::vector<std::thread> threads;
-    for (unsigned int number = 0; number < kThreads; ++number) {
-        threads.emplace_back([&, number] {
-            try {
-                std::mt19937 random(seed + number);
-                PictureAsker own(m_stream);
-                const bool has_own = number >= 2 && own.open();
-                while (left.fetch_sub(1) > 0 && !is_interrupted()) {
-                    ask_somewhere(has_own ? own : shared, Way::Threads, random);
-                }
-            } catch (...) {
-                const std::lock_guard<std::mutex> lock(trouble_mutex);
-                trouble = std::current_exception();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    if (trouble) {
-        std::rethrow_exception(trouble);
-    }
+    run_on_threads(kThreads, [&](unsigned int number) {
+        std::mt19937 random(seed + number);
+        PictureAsker own(m_stream);
+        const bool has_own = number >= 2 && own.open();
+        while (left.fetch_sub(1) > 0 && !is_interrupted()) {
+            ask_somewhere(has_own ? own : shared, Way::Threads, random);
+        }
+    });
 }
 
 }  // namespace

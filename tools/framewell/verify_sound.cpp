@@ -3,6 +3,7 @@
 #include "ffmpeg_facts.h"
 #include "interrupt.h"
 #include "media_file.h"
+#include "on_threads.h"
 #include "output_sound.h"
 #include "sound_compare.h"
 #include "tool_log.h"
@@ -13,13 +14,10 @@
 #include <array>
 #include <atomic>
 #include <cmath>
-#include <exception>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 namespace tool {
@@ -363,30 +361,14 @@ void SoundQuestions::from_threads(unsigned int seed, int requests) {
     ff::FFDecoder shared;
     (void)shared.open(&m_record.stream());  // if not, every answer is missing
     std::atomic<int> left{requests};
-    std::exception_ptr trouble;
-    std::mutex trouble_mutex;
-    std::vector<std::thread> threads;
-    for (unsigned int number = 0; number < kThreads; ++number) {
-        threads.emplace_back([&, number] {
-            try {
-                std::mt19937 random(seed + number);
-                ff::FFDecoder own;
-                const bool has_own = number >= 2 && own.open(&m_record.stream());
-                while (left.fetch_sub(1) > 0 && !is_interrupted()) {
-                    ask_somewhere(has_own ? own : shared, Way::Threads, random);
-                }
-            } catch (...) {
-                const std::lock_guard<std::mutex> lock(trouble_mutex);
-                trouble = std::current_exception();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    if (trouble) {
-        std::rethrow_exception(trouble);
-    }
+    run_on_threads(kThreads, [&](unsigned int number) {
+        std::mt19937 random(seed + number);
+        ff::FFDecoder own;
+        const bool has_own = number >= 2 && own.open(&m_record.stream());
+        while (left.fetch_sub(1) > 0 && !is_interrupted()) {
+            ask_somewhere(has_own ? own : shared, Way::Threads, random);
+        }
+    });
 }
 
 }  // namespace
