@@ -18,6 +18,7 @@ extern "C" {
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <new>
 #include <system_error>
 #include <vector>
@@ -106,13 +107,23 @@ AVCodecID wav_codec(int format) {
     }
 }
 
+/// Closes the file, which is complete by then or given up, and frees the muxer.
+struct CloseMuxer {
+    void operator()(AVFormatContext* muxer) const {
+        (void)avio_closep(&muxer->pb);
+        avformat_free_context(muxer);
+    }
+};
+
 class WavSink final : public SoundSink {
 public:
     WavSink(const std::string& path, const ff::AFrameCtx& first) : m_path(path) {
-        check(avformat_alloc_output_context2(&m_muxer, nullptr, "wav", nullptr));
+        AVFormatContext* muxer = nullptr;
+        check(avformat_alloc_output_context2(&muxer, nullptr, "wav", nullptr));
+        m_muxer.reset(muxer);
         // Beyond 4 GiB the file becomes one with 64-bit sizes.
         (void)av_opt_set(m_muxer->priv_data, "rf64", "auto", 0);  // an old FFmpeg may lack it
-        AVStream* const stream = avformat_new_stream(m_muxer, nullptr);
+        AVStream* const stream = avformat_new_stream(muxer, nullptr);
         if (stream == nullptr) {
             throw std::bad_alloc();
         }
@@ -129,15 +140,8 @@ public:
         parameters.bit_rate = std::int64_t{8} * m_block_bytes * first.sample_rate;
         stream->time_base = {1, first.sample_rate};
         // Without the prefix a colon in the name would be taken for the end of a protocol's.
-        check(avio_open(&m_muxer->pb, ("file:" + path).c_str(), AVIO_FLAG_WRITE));
-        check(avformat_write_header(m_muxer, nullptr));
-    }
-
-    ~WavSink() override {
-        if (m_muxer != nullptr) {
-            (void)avio_closep(&m_muxer->pb);  // the file is complete by now, or given up
-        }
-        avformat_free_context(m_muxer);
+        check(avio_open(&muxer->pb, ("file:" + path).c_str(), AVIO_FLAG_WRITE));
+        check(avformat_write_header(muxer, nullptr));
     }
 
     void write(const ff::AFrameCtx& sound) override {
@@ -150,7 +154,7 @@ public:
     }
 
     void finish() override {
-        check(av_write_trailer(m_muxer));
+        check(av_write_trailer(m_muxer.get()));
         avio_flush(m_muxer->pb);
         check(m_muxer->pb->error);
         check(avio_closep(&m_muxer->pb));
@@ -174,7 +178,7 @@ private:
         packet->pts = packet->dts = m_written;
         packet->duration = packet->size / m_block_bytes;
         m_written += packet->duration;
-        const int result = av_write_frame(m_muxer, packet);
+        const int result = av_write_frame(m_muxer.get(), packet);
         av_packet_free(&packet);
         check(result);
         check(m_muxer->pb->error);
@@ -187,7 +191,7 @@ private:
     }
 
     const std::string m_path;
-    AVFormatContext* m_muxer = nullptr;
+    std::unique_ptr<AVFormatContext, CloseMuxer> m_muxer;
     std::vector<std::uint8_t> m_buffer;
     int m_sample_bytes = 0;
     int m_block_bytes = 0;
