@@ -67,6 +67,7 @@ bool Instance::open_format(const char* path, int stream_index) {
     }
     m_stream = format->streams[stream_index];
     ignore_other_streams();
+    m_flac_clock.start(*format, *m_stream);
     return true;
 }
 
@@ -136,6 +137,7 @@ void Instance::close() {
     m_jitter->reset(AV_NOPTS_VALUE);
     m_landing = Landing::FileOpened;
     m_first_packet = {};
+    m_flac_clock = {};
     m_has_concealed = false;
     m_gate = Gate::Open;
     m_drop_damaged = false;
@@ -154,6 +156,9 @@ int Instance::get_packet(AVPacket* packet) {
         av_packet_unref(packet);
         result = av_read_frame(m_format.get(), packet);
     } while (result >= 0 && packet->stream_index != m_stream->index);
+    if (result >= 0) {
+        m_flac_clock.correct(packet);
+    }
     return result;
 }
 
@@ -348,7 +353,7 @@ bool Instance::seek(std::int64_t ts, bool flush) {
     expect_key_frame(at_start);
     m_sound_time = AV_NOPTS_VALUE;
     const bool is_video = m_codec->codec_type == AVMEDIA_TYPE_VIDEO;
-    if (is_video || has_plain_samples()) {
+    if (is_video || has_plain_samples() || m_flac_clock.is_running()) {
         note_first_packet();
     }
     if (is_video) {
@@ -484,6 +489,7 @@ void Instance::swap(Instance* other) {
     std::swap(m_jitter, other->m_jitter);
     std::swap(m_landing, other->m_landing);
     std::swap(m_first_packet, other->m_first_packet);
+    std::swap(m_flac_clock, other->m_flac_clock);
     std::swap(m_has_concealed, other->m_has_concealed);
     std::swap(m_gate, other->m_gate);
     std::swap(m_key_time, other->m_key_time);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ffdec_instance_flac.h"
 #include "ffdec_instance_jitter.h"
 #include "media/ff_handles.h"
 
@@ -130,7 +131,8 @@ private:
     DictPtr m_options;             // what avcodec_open2 left of the decoder options
     std::unique_ptr<FrameJitter> m_jitter;
     Landing m_landing = Landing::FileOpened;
-    PacketMark m_first_packet;     // of the stream, as it is when the file has just been opened
+    PacketMark m_first_packet;  // of the stream, as it is when the file has just been opened
+    FlacClock m_flac_clock;
     bool m_has_concealed = false;  // the decoder has made up parts of pictures
     Gate m_gate = Gate::Open;
     std::int64_t m_key_time = AV_NOPTS_VALUE;      // of the key frame that opened the gate
