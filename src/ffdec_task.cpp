@@ -1,6 +1,7 @@
 #include "ffdec_task.h"
 
 #include "base/log.h"
+#include "media/frame_shelf.h"
 
 #include <framewell/base/data.h>
 #include <framewell/media/ffmpeg_error.h>
@@ -92,6 +93,7 @@ bool FFDec_Task::open(const StreamCtx* stream) {
         return false;
     }
     m_instance = std::move(instance);
+    m_packet.reset(av_packet_alloc());
 
     const bool is_video = stream->type == StreamType::Video;
     m_max_frames = is_video ? cache_limit("dec.max_vf", 8) : cache_limit("dec.max_af", 500);
@@ -265,16 +267,15 @@ FFDec_Task::Decision FFDec_Task::decide(long long ts, Ts_ROUND mode,
 
 /// Decodes until the run has its frame, is cancelled, or nothing more can come.
 std::shared_ptr<AVFrame> FFDec_Task::decode_until(DecodeRun* run) {
-    const PacketPtr packet(av_packet_alloc());
     std::shared_ptr<AVFrame> frame;
-    while (packet && !(run->cancel != nullptr && run->cancel->load())) {
+    while (m_packet && !(run->cancel != nullptr && run->cancel->load())) {
         if (!frame) {
-            frame = create_avframe_ptr(av_frame_alloc());
+            frame = take_avframe_ptr();
             if (!frame) {
                 break;
             }
         }
-        const int decoded = m_instance->get_frame(packet.get(), frame.get());
+        const int decoded = m_instance->get_frame(m_packet.get(), frame.get());
         if (decoded >= 0) {
             if (run->seeking && lies_past(*run, *frame)) {
                 step_back(run, frame->best_effort_timestamp, false);
@@ -428,11 +429,10 @@ std::shared_ptr<AVFrame> FFDec_Task::get_next_frame(std::atomic<bool>* cancel, b
 }
 
 std::shared_ptr<AVFrame> FFDec_Task::decode_one_more(std::atomic<bool>* cancel, bool allow_last) {
-    const PacketPtr packet(av_packet_alloc());
-    std::shared_ptr<AVFrame> frame = create_avframe_ptr(av_frame_alloc());
+    std::shared_ptr<AVFrame> frame = take_avframe_ptr();
     int tries = 0;
-    while (packet && frame && !(cancel != nullptr && cancel->load())) {
-        const int decoded = m_instance->get_frame(packet.get(), frame.get());
+    while (m_packet && frame && !(cancel != nullptr && cancel->load())) {
+        const int decoded = m_instance->get_frame(m_packet.get(), frame.get());
         if (decoded >= 0) {
             repair_time(frame.get());
             evict_oldest_if_full();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ffdec_instance.h"
+#include "media/ff_handles.h"
 #include "scheduler.h"
 
 #include <framewell/media/stream.h>
@@ -91,6 +92,7 @@ private:
 
     const StreamCtx* m_stream = nullptr;
     std::unique_ptr<Instance> m_instance;
+    PacketPtr m_packet;             // lent to m_instance for reading
     std::int64_t m_cur_ts = 0;      // of the frame handed out last, or of the request in work
     std::int64_t m_one_second = 0;  // ticks, at least 1 once open
     std::list<std::shared_ptr<AVFrame>> m_frames;  // oldest first

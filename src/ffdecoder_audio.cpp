@@ -36,16 +36,6 @@ std::int64_t distance(std::int64_t from, std::int64_t to) {
     return std::clamp<std::int64_t>(result, -kMaxDistance, kMaxDistance);
 }
 
-bool is_same_shape(const compat::AudioShape& a, const compat::AudioShape& b) {
-    return a.mask == b.mask && a.channels == b.channels && a.format == b.format &&
-           a.sample_rate == b.sample_rate;
-}
-
-/// The layout of that many channels; the usual one where none is known, as resamplers want one.
-std::uint64_t known_layout(std::uint64_t mask, int channels) {
-    return mask != 0 ? mask : compat::default_channel_mask(channels);
-}
-
 /// Fills the FIFO of a decoder with what one span needs. Used with the decoder locked.
 class SpanFiller {
 public:
@@ -59,19 +49,15 @@ public:
 private:
     bool begin_at(long long target);
     bool write(const std::shared_ptr<AVFrame>& frame);
+    bool write_fitting(const std::shared_ptr<AVFrame>& frame);
     bool write_silence(std::int64_t count);
-    std::shared_ptr<AVFrame> to_stream_format(const std::shared_ptr<AVFrame>& frame);
-    std::shared_ptr<AVFrame> convert(const AVFrame& frame);
-    bool has_stream_format(const AVFrame& frame) const;
 
     std::int64_t buffered() const { return av_audio_fifo_size(m_decoder.m_fifo.get()); }
 
     FFDecoderPrivate& m_decoder;
     const StreamCtx& m_stream;
     std::atomic<bool>* const m_cancel;
-    std::int64_t m_drain = 0;       // samples in the FIFO that lie before the target
-    SwrPtr m_swr;                   // for frames that differ from what the file announces
-    compat::AudioShape m_swr_in{};  // what those are
+    std::int64_t m_drain = 0;  // samples in the FIFO that lie before the target
 };
 
 void SpanFiller::fill(std::int64_t wanted, bool seek, long long target) {
@@ -84,7 +70,11 @@ void SpanFiller::fill(std::int64_t wanted, bool seek, long long target) {
             continue;
         }
         const std::shared_ptr<AVFrame> frame = m_decoder.get_next_frame(m_cancel, false);
-        if (!frame || !write(frame)) {
+        if (!frame) {
+            (void)write_fitting(m_decoder.m_refitter.take_rest(m_stream));  // it ends here anyway
+            break;
+        }
+        if (!write(frame)) {
             break;
         }
     }
@@ -131,71 +121,30 @@ bool SpanFiller::write_silence(std::int64_t count) {
                kMaxSilence);
         count = kMaxSilence;
     }
-    return write(create_avframe_with(m_stream.channels, m_stream.sample_rate, m_stream.sample_fmt,
-                                     static_cast<int>(count)));
+    return write_fitting(create_avframe_with(m_stream.channels, m_stream.sample_rate,
+                                             m_stream.sample_fmt, static_cast<int>(count)));
 }
 
-/// Puts a frame into the FIFO. False if there is no memory for it.
+/// Puts a frame into the FIFO, in the form that the FIFO has. False if there is no memory for it.
 bool SpanFiller::write(const std::shared_ptr<AVFrame>& frame) {
-    const std::shared_ptr<AVFrame> fitting = frame ? to_stream_format(frame) : nullptr;
-    if (!fitting || fitting->nb_samples <= 0) {
+    for (const auto& fitting : m_decoder.m_refitter.fit(m_stream, frame, m_decoder.m_name)) {
+        if (!write_fitting(fitting)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool SpanFiller::write_fitting(const std::shared_ptr<AVFrame>& frame) {
+    if (!frame || frame->nb_samples <= 0) {
         return true;  // nothing to keep, and the next frame may be better
     }
-    const int written = av_audio_fifo_write(m_decoder.m_fifo.get(), compat::fifo_planes(*fitting),
-                                            fitting->nb_samples);
+    const int written =
+        av_audio_fifo_write(m_decoder.m_fifo.get(), compat::fifo_planes(*frame), frame->nb_samples);
     if (written < 0) {
         FW_LOG(2, m_decoder.m_name, "audio io write failed: %s", ffmpeg_error(written));
     }
     return written >= 0;
-}
-
-bool SpanFiller::has_stream_format(const AVFrame& frame) const {
-    return frame.format == m_stream.sample_fmt && frame.sample_rate == m_stream.sample_rate &&
-           compat::channel_count(frame) == m_stream.channels;
-}
-
-/// What a stream announces may change on the way (a broadcast) or never have been true; the FIFO
-/// holds what was announced. Empty if the frame cannot be brought to that.
-std::shared_ptr<AVFrame> SpanFiller::to_stream_format(const std::shared_ptr<AVFrame>& frame) {
-    if (has_stream_format(*frame)) {
-        return frame;
-    }
-    const std::uint64_t layout = known_layout(m_stream.channel_layout, m_stream.channels);
-    const int channels = compat::channel_count(*frame);
-    const compat::AudioShape out{layout, m_stream.channels,
-                                 static_cast<AVSampleFormat>(m_stream.sample_fmt),
-                                 m_stream.sample_rate};
-    const compat::AudioShape in{known_layout(compat::channel_mask(*frame), channels), channels,
-                                static_cast<AVSampleFormat>(frame->format), frame->sample_rate};
-    // A new one per kind of frame: one that runs takes other frames for its own kind.
-    if (!m_swr || !is_same_shape(in, m_swr_in)) {
-        m_swr.reset(compat::make_resampler(nullptr, out, in));
-        m_swr_in = in;
-        if (m_swr && swr_init(m_swr.get()) < 0) {
-            m_swr.reset();
-        }
-    }
-    return convert(*frame);
-}
-
-/// A frame through m_swr. Not by swr_convert_frame(), which takes a frame whose layout is unknown
-/// for a changed one (5.1).
-std::shared_ptr<AVFrame> SpanFiller::convert(const AVFrame& frame) {
-    const int room = m_swr ? std::max(swr_get_out_samples(m_swr.get(), frame.nb_samples), 1) : 1;
-    std::shared_ptr<AVFrame> fitting =
-        create_avframe_with(m_stream.channels, m_stream.sample_rate, m_stream.sample_fmt, room);
-    const int converted =
-        m_swr && fitting && fitting->nb_samples == room
-            ? swr_convert(m_swr.get(), fitting->extended_data, room,
-                          const_cast<const std::uint8_t**>(frame.extended_data), frame.nb_samples)
-            : AVERROR(EINVAL);
-    if (converted < 0) {
-        FW_LOG(2, m_decoder.m_name, "a frame in another sample format is dropped: %s",
-               ffmpeg_error(converted));
-        return nullptr;
-    }
-    fitting->nb_samples = converted;
-    return fitting;
 }
 
 bool is_resamplable(const StreamCtx* stream) {
@@ -226,9 +175,8 @@ std::shared_ptr<AVFrame> read_samples(FFDecoderPrivate* decoder, const StreamCtx
     // No more room than there are samples: a span may be years long.
     const int buffered = av_audio_fifo_size(decoder->m_fifo.get());
     const int room = static_cast<int>(std::min<std::int64_t>(wanted, buffered));
-    std::shared_ptr<AVFrame> frame =
-        create_avframe_with(stream.channels, stream.sample_rate, stream.sample_fmt, room);
-    if (!frame || (room > 0 && frame->nb_samples == 0)) {
+    std::shared_ptr<AVFrame> frame = decoder->m_span_frame.take(stream, room);
+    if (!frame) {
         return nullptr;
     }
     const int read = av_audio_fifo_read(decoder->m_fifo.get(), compat::fifo_planes(*frame), room);
@@ -237,10 +185,6 @@ std::shared_ptr<AVFrame> read_samples(FFDecoderPrivate* decoder, const StreamCtx
         return nullptr;
     }
     frame->nb_samples = read;
-    // Filters and the resampler are set up for the stream's own layout, which may be another one of
-    // the same number of channels.
-    compat::set_channels(frame.get(), known_layout(stream.channel_layout, stream.channels),
-                         stream.channels);
     return read > 0 ? frame : nullptr;
 }
 
@@ -266,6 +210,7 @@ bool is_audio_ts_discontinuous(FFDecoderPrivate* priv, const Range& range) {
     if (priv->m_fifo) {
         av_audio_fifo_reset(priv->m_fifo.get());
     }
+    priv->m_refitter.reset();
     return true;
 }
 
@@ -323,6 +268,7 @@ std::shared_ptr<AFrameCtx> FFDecoderPrivate::take_span(const RequireAudioFrame& 
     if (req.abort_flag->load()) {
         m_run.must_seek = true;  // what was not decoded any more is missing in the FIFO
         av_audio_fifo_reset(m_fifo.get());
+        m_refitter.reset();
     }
     std::shared_ptr<AVFrame> frame = read_samples(this, stream, wanted);
     if (!frame || (m_filter && !filter_span(this, &frame))) {

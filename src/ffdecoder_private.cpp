@@ -23,6 +23,7 @@ constexpr char kLogSource[] = "src/ffdecoder_private";
 
 constexpr AVRational kMicroseconds{1, 1000000};
 constexpr int kRowAlignment = 32;
+constexpr int kPackedBytes = 1;  // FFmpeg's word for "no padding between planes"
 constexpr unsigned kBufferAlignment = 16;
 
 // swscale's vector code writes up to 32 bytes behind the last row of a packed picture (measured
@@ -44,6 +45,14 @@ void park(std::unique_ptr<AVFilterMgr> filter) {
     static auto* const parked = new std::vector<std::unique_ptr<AVFilterMgr>>;
     const std::lock_guard<std::mutex> lock(mutex);
     parked->push_back(std::move(filter));
+}
+
+/// Says that only the first `nb_samples` of the record's packed samples are there.
+void cut_to(AFrameCtx* sound, int nb_samples) {
+    sound->nb_samples = nb_samples;
+    sound->size =
+        av_samples_get_buffer_size(sound->linesize, sound->channels, nb_samples,
+                                   static_cast<AVSampleFormat>(sound->format), kPackedBytes);
 }
 
 AVRational to_time_base(const StreamCtx& stream) {
@@ -181,6 +190,8 @@ void FFDecoderPrivate::forget_stream_state() {
 void FFDecoderPrivate::reset_resampler_fifo() {
     m_fifo.reset();
     m_swr.reset();
+    m_refitter.reset();
+    m_span_frame.reset();
 }
 
 std::shared_ptr<AVFrame> FFDecoderPrivate::get_frame(long long ts, std::atomic<bool>* cancel) {
@@ -305,32 +316,28 @@ std::shared_ptr<VFrameCtx> FFDecoderPrivate::make_picture(int width, int height,
 
 std::shared_ptr<AFrameCtx> FFDecoderPrivate::convert_to_dst_aframe(AVFrame* frame,
                                                                    const RequireAudioFrame& req) {
-    const int format = samplefmt_to_avsamplefmt(req.format);
-    if (!prepare_resampler(*frame, req)) {
-        return nullptr;
-    }
-    const std::shared_ptr<AVFrame> out =
-        create_avframe_with(req.channels, req.sample_rate, format, 0);
-    if (!out) {
-        return nullptr;
-    }
-    int converted = swr_convert_frame(m_swr.get(), out.get(), frame);
-    if (converted == AVERROR_INPUT_CHANGED) {
-        // A filter may have changed the layout, which the resampler's key does not know.
-        m_swr.reset();
-        converted = prepare_resampler(*frame, req)
-                        ? swr_convert_frame(m_swr.get(), out.get(), frame)
-                        : converted;
-    }
+    return prepare_resampler(*frame, req) ? resample(*frame, req) : nullptr;
+}
+
+/// Straight into the record, which gets as much room as can be needed: a frame in between would
+/// cost a buffer and a copy for every span.
+std::shared_ptr<AFrameCtx> FFDecoderPrivate::resample(const AVFrame& frame,
+                                                      const RequireAudioFrame& req) {
+    const int room = swr_get_out_samples(m_swr.get(), frame.nb_samples);
+    std::shared_ptr<AFrameCtx> sound = create_audioframe_ctx(req, std::max(room, 0));
+    const int converted =
+        room >= 0 && sound->nb_samples == room
+            ? swr_convert(m_swr.get(), sound->data, room,
+                          const_cast<const std::uint8_t**>(frame.extended_data), frame.nb_samples)
+            : AVERROR(ENOMEM);
     if (converted < 0) {
         FW_LOG(2, m_name, "--> swr convert failed: %s", ffmpeg_error(converted));
         return nullptr;
     }
-    std::shared_ptr<AFrameCtx> sound = create_audioframe_ctx(req, out->nb_samples);
-    if (sound->nb_samples > 0) {
-        av_samples_copy(sound->data, out->extended_data, 0, 0, sound->nb_samples, req.channels,
-                        static_cast<AVSampleFormat>(format));
+    if (converted == 0) {
+        return create_audioframe_ctx(req, 0);
     }
+    cut_to(sound.get(), converted);
     return sound;
 }
 
@@ -341,13 +348,14 @@ bool FFDecoderPrivate::prepare_resampler(const AVFrame& frame, const RequireAudi
                                compat::channel_count(frame),
                                frame.sample_rate,
                                frame.format};
-    if (m_swr && m_swr_params == shape) {
+    const std::uint64_t layout = compat::channel_mask(frame);
+    if (m_swr && m_swr_params == shape && m_swr_layout == layout) {
         return true;
     }
     const compat::AudioShape out{compat::default_channel_mask(req.channels), req.channels,
                                  static_cast<AVSampleFormat>(samplefmt_to_avsamplefmt(req.format)),
                                  req.sample_rate};
-    const compat::AudioShape in{compat::channel_mask(frame), compat::channel_count(frame),
+    const compat::AudioShape in{layout, compat::channel_count(frame),
                                 static_cast<AVSampleFormat>(frame.format), frame.sample_rate};
     m_swr.reset(compat::make_resampler(m_swr.release(), out, in));
     if (!m_swr || swr_init(m_swr.get()) < 0) {
@@ -355,6 +363,7 @@ bool FFDecoderPrivate::prepare_resampler(const AVFrame& frame, const RequireAudi
         return false;
     }
     m_swr_params = shape;
+    m_swr_layout = layout;
     return true;
 }
 

@@ -4,6 +4,7 @@
 #include "decoder_mgr.h"
 #include "media/av_filter_mgr.h"
 #include "media/ff_handles.h"
+#include "sample_frames.h"
 
 #include <framewell/frame.h>
 #include <framewell/media/stream.h>
@@ -106,6 +107,8 @@ public:
     std::unique_ptr<AVFilterMgr> m_filter;
     AudioFifoPtr m_fifo;  ///< samples in the stream's own format, channels and rate
     AudioRun m_run;
+    FrameRefitter m_refitter;  ///< before m_fifo
+    ReusedFrame m_span_frame;  ///< behind m_fifo
 
 private:
     /// What a scaler was made for: width, height and format of both ends.
@@ -117,6 +120,7 @@ private:
     bool prepare_scaler(const ScalerShape& shape);
     std::shared_ptr<VFrameCtx> make_picture(int width, int height, int format);
     bool prepare_resampler(const AVFrame& frame, const RequireAudioFrame& req);
+    std::shared_ptr<AFrameCtx> resample(const AVFrame& frame, const RequireAudioFrame& req);
     bool describe_source(CodecContext* source) const;
     void forget_stream_state();
     void stop_async();
@@ -127,6 +131,7 @@ private:
     ScalerShape m_sws_shape{};
     SwrPtr m_swr;
     ResamplerShape m_swr_params{};
+    std::uint64_t m_swr_layout = 0;  // as decoded: a filter may change it and nothing else
 
     // Apart from m_mutex, so that an asynchronous request never waits for a running decode. Taken
     // alone or with m_mutex held.

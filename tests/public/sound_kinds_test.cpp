@@ -237,16 +237,21 @@ TEST(SoundKindsTest, AStreamThatChangesRateAndChannelsKeepsWhatItAnnounced) {
     const auto decoder = open_sound(path, 0);
     ASSERT_EQ(decoder->streamContex()->sample_rate, 48000);
     ASSERT_EQ(decoder->streamContex()->channels, 2);
-    // In one long span, and in a row of short ones.
     const auto whole = ask(decoder.get(), {{0, 1}, {20, 1}}, ff::SampleFormat::S16, 48000, 2);
     ASSERT_TRUE(whole);
     EXPECT_NEAR(whole->nb_samples, 12 * 48000, 4 * 1152);
-    for (int k = 0; k < 300; k++) {
+    // In a row of short spans nothing may be lost at their borders, nor what a resampler holds back
+    // there.
+    std::string joined;
+    for (int k = 0; k < 600; k++) {
         const auto sound =
             ask(decoder.get(), {{k, 30}, {k + 1, 30}}, ff::SampleFormat::S16, 48000, 2);
-        ASSERT_TRUE(sound) << k;
-        EXPECT_EQ(sound->nb_samples, 1600) << k;
+        if (sound) {
+            joined += sound_bytes(sound);
+        }
     }
+    EXPECT_EQ(joined.size(), sound_bytes(whole).size());
+    EXPECT_TRUE(joined == sound_bytes(whole));
     EXPECT_FALSE(log.contains("is dropped"));
 }
 
