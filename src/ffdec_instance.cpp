@@ -143,7 +143,7 @@ void Instance::close() {
     m_drop_damaged = false;
     m_has_recovered = false;
     m_settle_until = AV_NOPTS_VALUE;
-    m_sound_time = AV_NOPTS_VALUE;
+    m_sound_place = {};
     m_packets_left = kAllPackets;
 }
 
@@ -217,31 +217,6 @@ void Instance::measure_sound(AVFrame* frame) const {
             av_rescale_q(frame->nb_samples, {1, frame->sample_rate}, m_stream->time_base);
         compat::set_frame_duration(frame, std::max<std::int64_t>(length, 1));
     }
-}
-
-/// A frame of sound is found by its time, so no two may have the same: one that does not come after
-/// the frame before it (broadcasts, joined files) is moved behind that frame.
-void Instance::keep_sound_in_order(AVFrame* frame) {
-    if (m_codec->codec_type != AVMEDIA_TYPE_AUDIO) {
-        return;
-    }
-    const std::int64_t time = next_sound_time(frame->pts, compat::frame_duration(*frame));
-    if (time != frame->pts) {
-        frame->pts = time;
-        frame->best_effort_timestamp = time;
-    }
-}
-
-/// The time of a frame that comes after all before it; remembers it.
-std::int64_t Instance::next_sound_time(std::int64_t time, std::int64_t length) {
-    if (m_sound_time != AV_NOPTS_VALUE && time <= m_sound_time) {
-        time = m_sound_end;
-    }
-    m_sound_time = time;
-    if (__builtin_add_overflow(time, std::max<std::int64_t>(length, 1), &m_sound_end)) {
-        m_sound_end = time;
-    }
-    return time;
 }
 
 /// Gives the decoder the next packet, or at the end of the file the sign to hand out what it holds.
@@ -351,7 +326,7 @@ bool Instance::seek(std::int64_t ts, bool flush) {
     }
     m_jitter->reset(at_start ? start_or_zero() : AV_NOPTS_VALUE);
     expect_key_frame(at_start);
-    m_sound_time = AV_NOPTS_VALUE;
+    m_sound_place = {};
     const bool is_video = m_codec->codec_type == AVMEDIA_TYPE_VIDEO;
     if (is_video || has_plain_samples() || m_flac_clock.is_running()) {
         note_first_packet();
@@ -421,54 +396,24 @@ int Instance::seek_before(std::int64_t target) {
     return result >= 0 ? result : seek_to(target);
 }
 
-/// True for sound of which every sample stands alone: files of it can be entered anywhere.
-bool Instance::has_plain_samples() const {
-    return m_codec->codec_type == AVMEDIA_TYPE_AUDIO &&
-           av_get_exact_bits_per_sample(m_codec->codec_id) > 0;
-}
-
-/// Where a packet would begin at or before `target` if the stream were read from its start.
-/// Decoders that enter between packets would cut the stream into other frames than those that do
-/// not, and frames of several decoders could not follow each other.
-std::int64_t Instance::packet_start_before(std::int64_t target) const {
-    const std::int64_t step = m_first_packet.duration;
-    std::int64_t distance = 0;
-    if (step <= 0 || m_first_packet.pts == AV_NOPTS_VALUE ||
-        __builtin_sub_overflow(target, m_first_packet.pts, &distance) || distance < 0) {
-        return target;
-    }
-    return m_first_packet.pts + distance / step * step;
-}
-
-/// Where decoding begins for the sound at `target` to be right.
-std::int64_t Instance::time_to_decode_from(std::int64_t target) const {
-    if (m_settle_until == AV_NOPTS_VALUE) {
-        return target;
-    }
-    const Settling settling = settling_of(*m_stream->codecpar);
-    const auto to_ticks = [this](std::int64_t samples) {
-        return av_rescale_q_rnd(samples, {1, m_stream->codecpar->sample_rate}, m_stream->time_base,
-                                AV_ROUND_UP);
-    };
-    return target <= start_or_zero() + to_ticks(settling.from_start)
-               ? start_or_zero()
-               : target - to_ticks(settling.samples);
-}
-
 /// Seeks to the start of the stream, which is where its first packet lies: files are searched by
 /// decoding time, and what is shown first may be decoded long before the start time.
 int Instance::seek_to_first_packet(std::int64_t target) {
-    const int flags = m_format->iformat->flags;
-    const bool is_bisected =
-        (flags & AVFMT_TS_DISCONT) != 0 && (flags & (AVFMT_NOBINSEARCH | AVFMT_NO_BYTE_SEEK)) == 0;
-    if (is_bisected && av_seek_frame(m_format.get(), -1, 0, AVSEEK_FLAG_BYTE) >= 0) {
-        return 0;  // MPEG transport and program streams begin with their first byte
+    if (is_broadcast() && av_seek_frame(m_format.get(), -1, 0, AVSEEK_FLAG_BYTE) >= 0) {
+        return 0;  // such streams begin with their first byte
     }
     const std::int64_t first = compat::first_index_time(m_stream);
     if (first != AV_NOPTS_VALUE) {
         target = std::min(target, first);
     }
     return av_seek_frame(m_format.get(), m_stream->index, target, AVSEEK_FLAG_BACKWARD);
+}
+
+/// True for MPEG transport and program streams.
+bool Instance::is_broadcast() const {
+    const int flags = m_format->iformat->flags;
+    return (flags & AVFMT_TS_DISCONT) != 0 &&
+           (flags & (AVFMT_NOBINSEARCH | AVFMT_NO_BYTE_SEEK)) == 0;
 }
 
 /// Goes on with the file freshly opened, at its start. On failure everything stays as it is.
@@ -496,8 +441,7 @@ void Instance::swap(Instance* other) {
     std::swap(m_drop_damaged, other->m_drop_damaged);
     std::swap(m_has_recovered, other->m_has_recovered);
     std::swap(m_settle_until, other->m_settle_until);
-    std::swap(m_sound_time, other->m_sound_time);
-    std::swap(m_sound_end, other->m_sound_end);
+    std::swap(m_sound_place, other->m_sound_place);
     std::swap(m_packets_left, other->m_packets_left);
 }
 
@@ -516,32 +460,6 @@ void Instance::expect_key_frame(bool at_start) {
         m_codec->flags = at_start ? m_codec->flags & ~AV_CODEC_FLAG_OUTPUT_CORRUPT
                                   : m_codec->flags | AV_CODEC_FLAG_OUTPUT_CORRUPT;
     }
-}
-
-/// Sound is right only some time after a decoder was fed from the middle. What is decoded until
-/// then never leaves this instance: the frame that covers the target comes out first.
-void Instance::expect_settling(std::int64_t target, bool at_start) {
-    const bool is_audio = m_codec->codec_type == AVMEDIA_TYPE_AUDIO;
-    m_settle_until = is_audio && !at_start && m_stream->codecpar->sample_rate > 0 &&
-                             settling_of(*m_stream->codecpar).samples > 0
-                         ? target
-                         : AV_NOPTS_VALUE;
-}
-
-/// True for a frame of sound that was decoded only to settle the decoder.
-bool Instance::is_settling(const AVFrame& frame) {
-    if (m_settle_until == AV_NOPTS_VALUE) {
-        return false;
-    }
-    if (frame.best_effort_timestamp != AV_NOPTS_VALUE && frame.sample_rate > 0) {
-        const std::int64_t length = av_rescale_q_rnd(frame.nb_samples, {1, frame.sample_rate},
-                                                     m_stream->time_base, AV_ROUND_UP);
-        if (frame.best_effort_timestamp <= m_settle_until - length) {
-            return true;
-        }
-    }
-    m_settle_until = AV_NOPTS_VALUE;
-    return false;
 }
 
 bool Instance::passes_key_gate(const AVPacket& packet) {

@@ -95,6 +95,7 @@ private:
     std::int64_t time_to_decode_from(std::int64_t target) const;
     int seek_to_first_packet(std::int64_t target);
     bool has_plain_samples() const;
+    bool is_broadcast() const;
     std::int64_t packet_start_before(std::int64_t target) const;
     bool reopen();
     void expect_key_frame(bool at_start);
@@ -114,6 +115,12 @@ private:
         std::int64_t dts = AV_NOPTS_VALUE;
         std::int64_t pos = -1;
         std::int64_t duration = 0;  // ticks
+    };
+
+    /// Where a frame of sound lies, ticks.
+    struct SoundPlace {
+        std::int64_t time = AV_NOPTS_VALUE;
+        std::int64_t end = 0;
     };
 
     /// What stands between a seek and the first picture that can be trusted.
@@ -137,8 +144,7 @@ private:
     Gate m_gate = Gate::Open;
     std::int64_t m_key_time = AV_NOPTS_VALUE;      // of the key frame that opened the gate
     std::int64_t m_settle_until = AV_NOPTS_VALUE;  // sound that ends before it is dropped
-    std::int64_t m_sound_time = AV_NOPTS_VALUE;    // of the frame of sound handed out last
-    std::int64_t m_sound_end = 0;                  // where that frame ends
+    SoundPlace m_sound_place;                      // of the frame of sound decoded last
     bool m_drop_damaged = false;                   // the decoder hands out damaged pictures, marked
     bool m_has_recovered = false;                  // and no more of them will come
     int m_packets_left = kAllPackets;              // that the decoder may still get
