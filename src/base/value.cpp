@@ -50,6 +50,25 @@ long long parse_decimal(std::string_view text, long long fallback) {
     return error == std::errc() ? value : fallback;
 }
 
+// Returns the first element of a list or a map, or null.
+Value* first_of(ValueType type, MultiValues* container) {
+    if (type == T_LIST) {
+        auto& items = static_cast<ValueArray*>(container)->items();
+        return items.empty() ? nullptr : &items.front();
+    }
+    auto& items = static_cast<ValueMap*>(container)->items();
+    return items.empty() ? nullptr : &items.begin()->second;
+}
+
+void drop_first(ValueType type, MultiValues* container) {
+    if (type == T_LIST) {
+        static_cast<ValueArray*>(container)->items().pop_front();
+    } else {
+        auto& items = static_cast<ValueMap*>(container)->items();
+        items.erase(items.begin());
+    }
+}
+
 }  // namespace
 
 // Constant-initialised and left as it is by its destructor: usable before and after all others.
@@ -89,7 +108,7 @@ void Value::reset() noexcept {
         return;
     }
     if (has_container()) {
-        delete m_payload.container;
+        destroy(m_type, m_payload.container);
     }
     if (m_data != nullptr && m_type != T_PTR) {
         m_release(m_data);
@@ -98,6 +117,33 @@ void Value::reset() noexcept {
     m_length = 0;
     m_payload = {};
     m_type = T_NULL;
+}
+
+// Destroys a tree without recursion and without memory of its own. On the way down, the first
+// element of a container lets go of its own one and holds the way back up instead.
+void Value::destroy(ValueType type, MultiValues* container) noexcept {
+    decltype(Payload::up) up{nullptr, T_NULL};
+    while (container != nullptr) {
+        Value* const first = first_of(type, container);
+        if (first == nullptr) {
+            delete container;
+            container = up.container;
+            type = up.type;
+            if (container != nullptr) {
+                Value* const way_up = first_of(type, container);
+                up = way_up->m_payload.up;
+                way_up->m_type = T_NULL;
+            }
+        } else if (first->has_container()) {
+            MultiValues* const inner = first->m_payload.container;
+            first->m_payload.up = up;
+            up = {container, type};
+            container = inner;
+            type = first->m_type;
+        } else {
+            drop_first(type, container);
+        }
+    }
 }
 
 // Takes everything from `other`. This value is T_NULL.

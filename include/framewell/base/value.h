@@ -12,7 +12,59 @@
 #include <string_view>
 
 /// @file
-/// A dynamically typed value and its two containers; together they form trees.
+/// A dynamically typed value and its two containers; together they form trees. A tree can be
+/// written as text in two forms and read back.
+///
+/// # The tagged form
+/// Every item carries its type in brackets, and what can contain anything carries its length in
+/// bytes; nothing is escaped. `write()` gives:
+///
+///     T_NULL    <null>                     T_INT2     [i2]1,2
+///     T_BOOL    [b]true  [b]false          T_INT4     [i4]1,2,3,4
+///     T_INT     [i]-5                      T_DOUBLE2  [d2]0.500000,1.000000
+///     T_DOUBLE  [f]0.500000                T_DOUBLE4  [d4] and four of them
+///     T_STRING  [str:3]abc                 T_POINTER  [v]0x7f00
+///     T_ERROR   [err:3]-22,bad             T_PTR      [ptr]ADDRESS,LENGTH
+///     T_LIST    {list:LENGTH}ITEM`ITEM`    T_MAP      {map:LENGTH}KEY:ITEM`KEY:ITEM`
+///
+/// `read()` takes one item from the start of a text. An item ends where its length says, else at
+/// the next backtick or the end of the text. The lengths in tags may be missing: a text then goes
+/// up to the next backtick, a container to the end of the text, and an error whose comma is
+/// followed by anything takes the whole rest, number and comma included. White space in front of a
+/// number is skipped, numbers beyond the range are cut to it. Elements of a container are read
+/// until one of them cannot be read, and the container holds those before it. Of a key that comes
+/// twice the last one counts.
+///
+/// What does not come back:
+/// - doubles have six digits after the point, and an item of numbers is cut at 127 characters: from
+///   about 1e120 on a single number comes back wrong, and several come back as nothing at all;
+/// - an error loses as many characters of its message as its number and comma have, and the
+///   elements after it in the same container are lost: send errors on their own, or as a text;
+/// - "{list:0}" and "{map:0}" are read inside of other containers only;
+/// - keys that contain a colon;
+/// - T_POINTER and T_PTR carry addresses, which mean nothing to another process, and a text from
+///   elsewhere can claim any: never follow one that was read.
+///
+/// # JSON
+/// `writeJson()` writes null, true, false, integers, doubles with six significant digits, texts
+/// with backslashes before `"` and `\`, arrays and objects; all other types as a string that holds
+/// their tagged form as it is. A text ends at its first NUL, and other control characters and bytes
+/// that are no UTF-8 are written as they are. Infinities and NaNs (inf, nan), keys with `"` or `\`
+/// and messages of errors with these make a text that is no JSON and does not read back. Doubles
+/// without a fraction read back as integers.
+///
+/// `readJson()` takes one value, with white space around it, in the grammar of RFC 8259; further,
+/// strings may contain any bytes but NUL. All escapes are known, also pairs of surrogates; half a
+/// pair gives U+FFFD. A number with neither fraction nor exponent that fits into 64 bits becomes
+/// T_INT, any other T_DOUBLE (infinite if it is too large). Of a name that comes twice the last one
+/// counts. The empty string becomes T_NULL, as every empty text does.
+///
+/// # Both forms
+/// Containers may be nested up to 256 deep to be read; a text that goes deeper is refused. Writing
+/// knows no such limit. Numbers look as in the C locale, whatever the locale of the process is.
+/// Time grows with the length of the text and no faster; a tagged text whose lengths contradict
+/// each other so that reading it would take longer is refused. Nothing is thrown: text for which
+/// memory runs out is empty, and reading fails. Failing leaves T_NULL, or an empty container.
 
 namespace mox {
 
@@ -46,7 +98,7 @@ enum ValueType : std::uint16_t {
 ///     mox::Value name = mox::Value::string("clip");     // "" gives T_NULL: no text is ever empty
 ///     long long n = name.toInteger(4);                  // 4: not a number
 ///
-/// Copying and destroying go down a tree by recursion: keep trees within 1,000 levels.
+/// A tree may be as deep as memory allows; nothing here goes down it by recursion.
 /// Thread-safety: one thread at a time for a whole tree; reading from several is fine.
 class FRAMEWELL_API Value {
 public:
@@ -57,6 +109,31 @@ public:
     Value& operator=(const Value& other);
     Value& operator=(Value&& other) noexcept;
     virtual ~Value();
+
+    /// Returns the tagged form; empty if memory runs out.
+    virtual std::string write() const;
+
+    /// Becomes what stands at the start of `text`, which may be this value's own.
+    /// @param consumed  gets the number of bytes that the item took, at most INT_MAX, also if it is
+    ///                  of no known type; 0 if no item was found. May be null.
+    /// @return          true: this is the item; false, and T_NULL: there is none that can be read.
+    /// A length that is no number is told on standard error, which is flushed for every item.
+    virtual bool read(const char* text, int* consumed);
+
+    /// Returns the value as JSON; empty if memory runs out.
+    /// @param pretty  true: every element of a container on a line of its own, which begins with
+    /// two
+    ///                blanks for each level
+    /// @param indent  the level of the line that the value stands on; negative counts as 0. Lines
+    ///                beyond level 1,000 are indented as for that level.
+    std::string writeJson(bool pretty, int indent) const;
+
+    /// Becomes the JSON value at the start of `text`, which may be this value's own.
+    /// @param consumed  gets the number of bytes up to the end of the value, at most INT_MAX; 0 if
+    ///                  there is none. Null: `text` must contain nothing else but white space.
+    /// @return          true: this is the value; false, and T_NULL: the text is no JSON, which is
+    ///                  told on standard error with the text from there on.
+    bool readJson(const char* text, int* consumed);
 
     static Value boolean(bool value);
     static Value integer(long long value);
@@ -154,6 +231,11 @@ private:
         bool boolean;
         void* pointer;
         MultiValues* container;  // owned; T_MAP and T_LIST
+
+        struct {
+            MultiValues* container;
+            ValueType type;
+        } up;  // only while a tree is destroyed
     };
 
     static_assert(sizeof(Payload) == 32);
@@ -164,6 +246,7 @@ private:
     bool set_text(const char* text, std::size_t length) noexcept;
     void take(Value& other) noexcept;
     void set_container(ValueType type, MultiValues* container) noexcept;
+    static void destroy(ValueType type, MultiValues* container) noexcept;
 
     Payload m_payload{};
     ValueType m_type = T_NULL;
@@ -172,7 +255,8 @@ private:
     void (*m_release)(void*) = &std::free;  // frees m_data, by the C library that allocated it
 };
 
-/// What the two containers have in common.
+/// What the two containers have in common. The text forms are as for Value; reading wants a
+/// container of the same kind and replaces all elements, by none if it fails.
 class FRAMEWELL_API MultiValues {
 public:
     MultiValues() = default;
@@ -180,9 +264,15 @@ public:
     MultiValues& operator=(const MultiValues&) = delete;
     virtual ~MultiValues();
 
+    virtual std::string write() const = 0;
+    virtual bool read(const char* text, int* consumed) = 0;
+
     /// Returns a new container of the same class with deep copies of all elements, owned by the
     /// caller.
     virtual MultiValues* clone() const = 0;
+
+    virtual bool readJson(const char* text, int* consumed) = 0;
+    virtual std::string writeJson(bool pretty, int indent) const = 0;
 };
 
 /// A list of values, in the order in which they were added.
@@ -194,7 +284,11 @@ public:
     ValueArray& operator=(const ValueArray&) = delete;
     ~ValueArray() override;
 
+    std::string write() const override;
+    bool read(const char* text, int* consumed) override;
     ValueArray* clone() const override;
+    bool readJson(const char* text, int* consumed) override;
+    std::string writeJson(bool pretty, int indent) const override;
 
     /// The elements, to be read and changed.
     std::list<Value>& items() { return *m_items; }
@@ -221,7 +315,11 @@ public:
     ValueMap& operator=(const ValueMap&) = delete;
     ~ValueMap() override;
 
+    std::string write() const override;
+    bool read(const char* text, int* consumed) override;
     ValueMap* clone() const override;
+    bool readJson(const char* text, int* consumed) override;
+    std::string writeJson(bool pretty, int indent) const override;
 
     /// The entries, to be read and changed.
     std::map<std::string, Value>& items() { return *m_items; }
