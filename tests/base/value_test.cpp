@@ -1,15 +1,25 @@
+#include "tests/support/temp_file.h"
+#include "tests/support/values.h"
+
 #include <framewell/base/value.h>
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <list>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -340,21 +350,169 @@ TEST(ValueTest, HasASharedNullToReferTo) {
     EXPECT_TRUE(Value::m_invalid.isNull());
 }
 
-TEST(ValueTest, HoldsDeepTrees) {
-    Value tree = Value::integer(1);
-    for (int level = 0; level < 1000; ++level) {
+// Its constructor and destructor run outside of main(), where nothing may rely on the order of
+// static objects.
+struct UserOfTheSharedNull {
+    UserOfTheSharedNull() : null_at_start(Value::m_invalid.isNull()) {}
+
+    ~UserOfTheSharedNull() {
+        if (!Value::m_invalid.isNull()) {
+            std::abort();
+        }
+    }
+
+    const bool null_at_start;
+};
+
+const UserOfTheSharedNull g_user_of_the_shared_null;
+
+TEST(ValueTest, HasASharedNullBeforeAndAfterMain) {
+    EXPECT_TRUE(g_user_of_the_shared_null.null_at_start);
+    EXPECT_TRUE(Value(Value::m_invalid).isNull());
+    EXPECT_EQ(Value::m_invalid.write(), "<null>");
+}
+
+TEST(ValueTest, MovingTakesContainersAlong) {
+    Value source = list_of_three();
+    const ValueArray* const array = source.array();
+    Value target(std::move(source));
+    EXPECT_EQ(target.array(), array);
+    EXPECT_TRUE(source.isNull());  // NOLINT(bugprone-use-after-move): what is left is promised
+    Value map = Value::map({{"k", Value::integer(1)}});
+    const ValueMap* const entries = map.map();
+    target = std::move(map);
+    EXPECT_EQ(target.map(), entries);
+    EXPECT_TRUE(map.isNull());  // NOLINT(bugprone-use-after-move): what is left is promised
+}
+
+TEST(ValueTest, MovingTakesEveryTypeAlong) {
+    char buffer[] = "borrowed";
+    for (const Value& value :
+         {Value(), Value::boolean(true), Value::integer(kMin), Value::number(0.5),
+          Value::string("text"), Value::int2(1, 2), Value::int4(1, 2, 3, 4), Value::double2(1, 2),
+          Value::double4(1, 2, 3, 4), Value::pointer(buffer), Value::borrowed(buffer, 8),
+          Value::error(-5, "message"), Value::error(-5, "")}) {
+        Value source = value;
+        const Value target(std::move(source));
+        EXPECT_TRUE(fw_test::equal(target, value)) << value.write();
+        EXPECT_TRUE(source.isNull());  // NOLINT(bugprone-use-after-move): it is promised
+        EXPECT_EQ(source.asInteger(), 0);
+    }
+}
+
+TEST(ValueTest, GrowingContainersMoveTheirValues) {
+    static_assert(std::is_nothrow_move_constructible_v<Value>);
+    std::vector<Value> values;
+    values.push_back(Value::string("text"));
+    const char* const data = values.front().data();
+    for (int i = 0; i < 100; ++i) {
+        values.emplace_back();
+    }
+    EXPECT_EQ(values.front().data(), data);
+}
+
+/// Whether `act` lets go of what stands in the buffer of standard error.
+template <typename Act>
+bool flushes_standard_error(Act act) {
+    const fw_test::TempFile file("standard-error");
+    static char s_buf[4096];
+    (void)std::fflush(stderr);
+    const int before = dup(STDERR_FILENO);
+    (void)std::freopen(file.path().c_str(), "w", stderr);
+    (void)std::setvbuf(stderr, s_buf, _IOFBF, sizeof s_buf);
+    (void)std::fputs("buffered", stderr);
+    act();
+    char text[16] = {};
+    std::FILE* const written = std::fopen(file.path().c_str(), "r");
+    const std::size_t length = written != nullptr ? std::fread(text, 1, sizeof text, written) : 0;
+    if (written != nullptr) {
+        (void)std::fclose(written);
+    }
+    (void)std::fflush(stderr);
+    (void)dup2(before, STDERR_FILENO);
+    (void)close(before);
+    (void)std::setvbuf(stderr, nullptr, _IONBF, 0);
+    return length > 0;
+}
+
+TEST(ValueTest, CopyingMovingAndReadingFlushStandardError) {
+    Value value = Value::integer(1);
+    EXPECT_FALSE(flushes_standard_error([&value] { value.reset(); }));
+    EXPECT_TRUE(flushes_standard_error([&value] { const Value copy(value); }));
+    EXPECT_TRUE(flushes_standard_error([&value] { const Value moved(std::move(value)); }));
+    ValueArray array;
+    EXPECT_TRUE(flushes_standard_error([&array] { array.read("{list}[i]1`", nullptr); }));
+}
+
+constexpr int kManyLevels = 300000;
+
+TEST(ValueTest, HoldsTreesOfAnyDepth) {
+    for (Value tree : {fw_test::nested_lists(kManyLevels), fw_test::nested_maps(kManyLevels)}) {
+        const Value copy = tree;
+        tree.reset();
+        int levels = 0;
+        const Value* leaf = &copy;
+        for (; leaf->array() != nullptr || leaf->map() != nullptr; ++levels) {
+            leaf = leaf->array() != nullptr ? &leaf->array()->at(0) : &leaf->map()->at("k");
+        }
+        EXPECT_EQ(levels, kManyLevels);
+        EXPECT_EQ(leaf->asInteger(), 1);
+    }
+}
+
+TEST(ValueTest, ContainersLetGoOfTreesOfAnyDepth) {
+    ValueArray array;
+    array.append(Value::integer(1));
+    array.items().push_back(fw_test::nested_maps(kManyLevels));
+    array.items().push_back(fw_test::nested_lists(kManyLevels));
+    const std::unique_ptr<ValueArray> clone(array.clone());
+    array.items().clear();
+    EXPECT_EQ(clone->items().size(), 3U);
+    Value value = std::move(clone->items().back());
+    value = Value::integer(2);
+    EXPECT_EQ(value.asInteger(), 2);
+}
+
+TEST(ValueTest, DestroysWideAndMixedTrees) {
+    // What is left behind, AddressSanitizer finds.
+    Value tree = Value::string("innermost");
+    for (int level = 0; level < 50; ++level) {
+        std::map<std::string, Value> entries;
+        entries["a"] = level % 3 == 0 ? list_of_three() : Value::map({});
+        entries["b"] = level % 2 == 0 ? Value::list({}) : Value::string("text");
+        entries["c"] = std::move(tree);
+        entries["d"] = Value::error(level, "message");
         std::list<Value> items;
-        items.push_back(std::move(tree));
+        items.push_back(Value::list({}));
+        items.push_back(Value::map(std::move(entries)));
+        items.push_back(list_of_three());
         tree = Value::list(std::move(items));
     }
     const Value copy = tree;
+    EXPECT_TRUE(fw_test::equal(copy, tree));
     tree.reset();
-    const Value* leaf = &copy;
-    while (leaf->array() != nullptr) {
-        leaf = &leaf->array()->at(0);
-    }
-    EXPECT_EQ(leaf->asInteger(), 1);
+    EXPECT_EQ(copy.array()->items().size(), 3U);
 }
+
+#if defined(__GNUC__)
+/// The place of a virtual operation in the table of its class, in the form that the C++ interface
+/// of the platform uses; only distances between two of them mean the same everywhere.
+template <typename Operation>
+std::ptrdiff_t slot_of(Operation operation) {
+    std::ptrdiff_t words[sizeof operation / sizeof(std::ptrdiff_t)] = {};
+    std::memcpy(words, &operation, sizeof operation);
+    return words[0] / static_cast<std::ptrdiff_t>(sizeof(void*));
+}
+
+TEST(ValueTest, KeepsTheOrderOfItsVirtualOperations) {
+    EXPECT_EQ(slot_of(&Value::read) - slot_of(&Value::write), 1);
+    using mox::MultiValues;
+    EXPECT_EQ(slot_of(&MultiValues::read) - slot_of(&MultiValues::write), 1);
+    EXPECT_EQ(slot_of(&MultiValues::clone) - slot_of(&MultiValues::write), 2);
+    EXPECT_EQ(slot_of(&MultiValues::readJson) - slot_of(&MultiValues::write), 3);
+    EXPECT_EQ(slot_of(&MultiValues::writeJson) - slot_of(&MultiValues::write), 4);
+}
+#endif
 
 struct IntegerRow {
     const char* name;

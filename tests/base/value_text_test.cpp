@@ -5,9 +5,9 @@
 
 #include <framewell/base/value.h>
 
+#include <climits>
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -117,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(
                  "{map:24}:<null>`a:<null>`b:[i]1`"},
         WriteRow{"ListOfMaps",
                  list_of({Value::map({{"k", list_of({Value::integer(1)})}}), Value::map({})}),
-                 "{list:33}{map:16}k:{list:5}[i]1``{map:0}`"}),
+                 "{list:33}{map:16}k:{list:5}[i]1```{map:0}`"}),
     [](const testing::TestParamInfo<WriteRow>& row) { return row.param.name; });
 
 TEST(ValueTextTest, ContainersWriteThemselves) {
@@ -299,16 +299,16 @@ INSTANTIATE_TEST_SUITE_P(
                 Value::map({{"a", Value::integer(1)}, {"b", Value::string("x`:")}}), 28},
         ReadRow{"MapWithoutLength", "{map}a:[i]1`", Value::map({{"a", Value::integer(1)}}), 12},
         ReadRow{"MapWithEmptyKey", "{map}:[i]1`", Value::map({{"", Value::integer(1)}}), 11},
-        ReadRow{"MapWithBacktickInKey", "{map}a`b:[i]1`",
-                Value::map({{"a`b", Value::integer(1)}}), 14},
+        ReadRow{"MapWithBacktickInKey", "{map}a`b:[i]1`", Value::map({{"a`b", Value::integer(1)}}),
+                14},
         ReadRow{"MapEndsAtItsLength", "{map:7}a:[i]1`b:[i]2`",
                 Value::map({{"a", Value::integer(1)}}), 14},
         ReadRow{"MapTakesTheLastOfAKey", "{map}a:[i]1`a:[i]2`",
                 Value::map({{"a", Value::integer(2)}}), 19},
         ReadRow{"MapStopsAtWhatItCannotRead", "{map}a:[i]1`b:[q]1`c:[i]3`",
                 Value::map({{"a", Value::integer(1)}}), 26},
-        ReadRow{"MapStopsWithoutAColon", "{map}a:[i]1`b[i]2`", Value::map({{"a", Value::integer(1)}}),
-                18},
+        ReadRow{"MapStopsWithoutAColon", "{map}a:[i]1`b[i]2`",
+                Value::map({{"a", Value::integer(1)}}), 18},
         ReadRow{"MapHoldsNulls", "{map}a:<null>`", Value::map({{"a", Value()}}), 14},
         ReadRow{"MapOfNegativeLength", "{map:-3}`", Value::map({}), 8},
         ReadRow{"EmptyMapAtTheEnd", "{map:0}", Value(), 0},
@@ -517,7 +517,8 @@ TEST(ValueTextTest, SurvivesDamagedTexts) {
     Dice dice(20260102);
     StderrCapture quiet;
     for (int i = 0; i < 2000; ++i) {
-        const std::string text = list_of({random_tree(dice, 4), Value::error(5, "message")}).write();
+        const std::string text =
+            list_of({random_tree(dice, 4), Value::error(5, "message")}).write();
         for (int k = 0; k < 20; ++k) {
             const std::string damaged = dice.mutated(text);
             const TightText tight(damaged);
