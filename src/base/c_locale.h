@@ -1,6 +1,6 @@
 #pragma once
 
-#include <locale.h>
+#include <locale.h>  // NOLINT(modernize-deprecated-headers): POSIX declares newlocale() there
 #if __has_include(<xlocale.h>)
 #include <xlocale.h>
 #endif

@@ -22,6 +22,7 @@ public:
             return m_array->items().emplace_back();
         }
         auto& items = m_map->items();
+        // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): what goes into a map has a key
         return items.try_emplace(items.end(), *key)->second;
     }
 

@@ -88,24 +88,10 @@ int scan_doubles(std::string_view body, double (&numbers)[4]) {
                        &numbers[3]);
 }
 
-// Decodes an item that has no length; T_NULL if it cannot be.
-Value decode(std::string_view tag, std::string_view body) {
+// Decodes two or four numbers; T_NULL if there are fewer or the tag is another.
+Value decode_vector(std::string_view tag, std::string_view body) {
     NumberScan scan(body);
     double doubles[4] = {};
-    if (tag == "b") {
-        return Value::boolean(begins_with(body, "true"));
-    }
-    if (tag == "i") {
-        long long number = 0;
-        return scan.take(number) ? Value::integer(number) : Value();
-    }
-    if (tag == "f") {
-        return scan_doubles(body, doubles) >= 1 ? Value::number(doubles[0]) : Value();
-    }
-    if (tag == "v") {
-        void* pointer = nullptr;
-        return scan.take(pointer) ? Value::pointer(pointer) : Value();
-    }
     if (tag == "i2") {
         std::int32_t n[2] = {};
         return scan.take_all(n) ? Value::int2(n[0], n[1]) : Value();
@@ -122,6 +108,27 @@ Value decode(std::string_view tag, std::string_view body) {
                    ? Value::double4(doubles[0], doubles[1], doubles[2], doubles[3])
                    : Value();
     }
+    return {};
+}
+
+// Decodes an item that has no length; T_NULL if it cannot be.
+Value decode(std::string_view tag, std::string_view body) {
+    NumberScan scan(body);
+    if (tag == "b") {
+        return Value::boolean(begins_with(body, "true"));
+    }
+    if (tag == "i") {
+        long long number = 0;
+        return scan.take(number) ? Value::integer(number) : Value();
+    }
+    if (tag == "f") {
+        double doubles[4] = {};
+        return scan_doubles(body, doubles) >= 1 ? Value::number(doubles[0]) : Value();
+    }
+    if (tag == "v") {
+        void* pointer = nullptr;
+        return scan.take(pointer) ? Value::pointer(pointer) : Value();
+    }
     if (tag == "ptr") {
         unsigned long long address = 0;
         std::int32_t length = 0;
@@ -130,7 +137,7 @@ Value decode(std::string_view tag, std::string_view body) {
         auto* const data = reinterpret_cast<char*>(static_cast<std::uintptr_t>(address));
         return both ? Value::borrowed(data, length) : Value();
     }
-    return {};
+    return decode_vector(tag, body);
 }
 
 bool is_text_tag(std::string_view tag, std::string_view kind) {

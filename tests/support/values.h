@@ -60,6 +60,11 @@ inline mox::Value list_of(std::list<mox::Value> items) {
     return mox::Value::list(std::move(items));
 }
 
+/// The list [1, "two", 3.5].
+inline mox::Value list_of_three() {
+    return list_of({mox::Value::integer(1), mox::Value::string("two"), mox::Value::number(3.5)});
+}
+
 /// A list in a list in a list, `levels` of them, with the number 1 in the innermost one.
 inline mox::Value nested_lists(int levels) {
     mox::Value tree = mox::Value::integer(1);

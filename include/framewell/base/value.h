@@ -124,8 +124,8 @@ public:
     /// @param pretty  true: every element of a container on a line of its own, which begins with
     /// two
     ///                blanks for each level
-    /// @param indent  the level of the line that the value stands on; negative counts as 0. Lines
-    ///                beyond level 1,000 are indented as for that level.
+    /// @param indent  the level of the line that the value stands on. Lines of a negative level are
+    ///                not indented, lines beyond level 1,000 as for that level.
     std::string writeJson(bool pretty, int indent) const;
 
     /// Becomes the JSON value at the start of `text`, which may be this value's own.
