@@ -14,6 +14,8 @@
 /// - Decode on the graphics hardware?          ff::hw_enable_device(), before decoders are opened
 /// - Where do messages go?                     mox::Logger
 /// - How many pictures may be kept decoded?    mox::Data
+/// - Keep sound on disk as bare samples?       ff::WaveFiles
+/// - Text in GBK? An MD5 text?                 utils/charset.h, utils/digest.h
 /// - Give idle memory back to the system?      ff::mem_collection()
 ///
 /// Units. Requests carry seconds from the start of the movie, as exact fractions (ff::Rational).
@@ -41,13 +43,16 @@
 ///
 /// What the library does to its process. It keeps for the life of the process: what it probed, the
 /// decoding workers of streams that are open, and idle buffers (mem_collection() trims these). By
-/// default it writes errors to standard error. It installs no signal handler, reads no environment
-/// variable and no configuration file, and leaves FFmpeg's global settings as they are. Nothing of
-/// it is torn down at exit, so static objects of the host may hold decoders and results.
+/// default it writes errors to standard error; a conversion of utils/charset.h that fails says so on
+/// standard output. It installs no signal handler, reads no environment variable (only
+/// fs::tmp_dir() does) and no configuration file, leaves the locale and FFmpeg's global settings as
+/// they are, and seeds rand() in ut::rand_str() alone. Nothing of it is torn down at exit, so
+/// static objects of the host may hold decoders and results.
 ///
-/// Names. Everything stands in the namespaces ff, mox (logging, values, locks) and bg (memory,
-/// clock). Functions for files, in a namespace fs, will come with a header of their own that this
-/// one leaves out, so that `namespace fs = std::filesystem` keeps compiling in hosts.
+/// Names. Everything stands in the namespaces ff, mox (logging, values, locks), bg (memory, clock)
+/// and ut (text, digests). The functions for files stand in a namespace fs; this header leaves out
+/// theirs, utils/files.h and utils/file_id.h, so that `namespace fs = std::filesystem` keeps
+/// compiling in hosts.
 
 #include <framewell/base/blocking_queue.h>
 #include <framewell/base/config.h>
@@ -67,5 +72,9 @@
 #include <framewell/media/rational.h>
 #include <framewell/media/stream.h>
 #include <framewell/movie_info.h>
+#include <framewell/utils/charset.h>
 #include <framewell/utils/clock.h>
+#include <framewell/utils/digest.h>
 #include <framewell/utils/mempool.h>
+#include <framewell/utils/text.h>
+#include <framewell/utils/wave_files.h>
