@@ -43,8 +43,8 @@
 ///
 /// What the library does to its process. It keeps for the life of the process: what it probed, the
 /// decoding workers of streams that are open, and idle buffers (mem_collection() trims these). By
-/// default it writes errors to standard error; a conversion of utils/charset.h that fails says so on
-/// standard output. It installs no signal handler, reads no environment variable (only
+/// default it writes errors to standard error; a conversion of utils/charset.h that fails says so
+/// on standard output. It installs no signal handler, reads no environment variable (only
 /// fs::tmp_dir() does) and no configuration file, leaves the locale and FFmpeg's global settings as
 /// they are, and seeds rand() in ut::rand_str() alone. Nothing of it is torn down at exit, so
 /// static objects of the host may hold decoders and results.
