@@ -23,7 +23,7 @@ namespace {
 constexpr char kBlanks[] = " \t\n\r";
 // How far a text may outgrow what one replacement per character explains before it counts as one
 // that grows for ever. Whether it would is not decidable in general.
-constexpr std::size_t kMaxGrowth = std::size_t{64} << 20;
+constexpr std::size_t kMaxGrowth = std::size_t{4} << 20;
 
 bool is_empty(const char* s) {
     return s == nullptr || *s == '\0';

@@ -66,7 +66,7 @@ FRAMEWELL_API std::string rand_str(int n);
 /// Returns `s` with every occurrence of `from` replaced by `to`, those included that a replacement
 /// brings about: the first one is replaced again and again until none is left, so "ab" -> "" turns
 /// "aabb" into "". Where that would never end, because `to` has `from` in it or the text outgrows
-/// 64 MiB more than replacing once can explain, the result is that of str_replace_all_distinct().
+/// 4 MiB more than replacing once can explain, the result is that of str_replace_all_distinct().
 /// An empty `from` replaces nothing.
 FRAMEWELL_API std::string str_replace_all(const char* s, const char* from, const char* to);
 
