@@ -127,6 +127,25 @@ TEST(DigestTest, EqualsMd5sumAtEveryLengthAroundBlocksAndChunks) {
     EXPECT_EQ(at, expected.size());
 }
 
+// The examples of the header.
+TEST(DigestTest, CanBeUsedAsItsDocumentationShows) {
+    const TempFile clip("clip.mp4", "message digest");
+    const std::string path = clip.path();
+    char* const id = ut::MD5File(path.c_str());
+    EXPECT_STREQ(id, "f96b697d7cb7938d525a2f31aaf161d0");
+    std::free(id);
+
+    const std::uint8_t head[] = {'m', 'e', 's', 's', 'a', 'g', 'e'};
+    const std::uint8_t body[] = {' ', 'd', 'i', 'g', 'e', 's', 't'};
+    ut::md5 digest;
+    digest.Update(head, sizeof head);
+    digest.Update(body, sizeof body);
+    digest.Finalize();
+    char* const text = ut::PrintMD5(digest.Digest());
+    EXPECT_STREQ(text, "f96b697d7cb7938d525a2f31aaf161d0");
+    std::free(text);
+}
+
 TEST(DigestTest, PiecesOfAnySizeMakeTheSameDigest) {
     const std::string bytes = noise(1000);
     const std::string whole = bin_digest(bytes);

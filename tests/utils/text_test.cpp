@@ -60,6 +60,14 @@ INSTANTIATE_TEST_SUITE_P(
                  "\xA0\xE5x\xA0"}),
     [](const auto& row) { return row.param.name; });
 
+// The example of the header.
+TEST(TextTest, CanBeUsedAsItsDocumentationShows) {
+    char line[] = "  \"clip one.mp4\" \r\n";
+    const char* const name = ut::trim_begin2(ut::trim_end2(ut::trim(line), "\""), "\"");
+    EXPECT_STREQ(name, "clip one.mp4");
+    EXPECT_TRUE(ut::end_width(name, ".MP4", false));
+}
+
 TEST(TextTest, TrimsASetOfCharacters) {
     Buffer text("\"\"a\"b\"\"");
     EXPECT_STREQ(ut::trim_begin2(text.data(), "\""), "a\"b\"\"");
