@@ -3,6 +3,8 @@
 
 #include "tests/support/log_capture.h"
 #include "tests/support/media.h"
+#include "tests/support/stderr_capture.h"
+#include "tests/support/streams.h"
 
 #include <framewell/ffdecoder2.h>
 #include <framewell/framewell.h>
@@ -13,31 +15,20 @@ extern "C" {
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <clocale>
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
 #include <limits>
-#include <locale>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace {
 
 using fw_test::LogCapture;
-
-const ff::StreamCtx* stream_of(const std::string& path, ff::StreamType type) {
-    const ff::StreamCtx* const stream =
-        ff::first_stream(ff::FFDecoder::probe(path.c_str(), nullptr), type);
-    if (stream == nullptr) {
-        throw std::runtime_error("nothing to decode in " + path);
-    }
-    return stream;
-}
+using fw_test::StderrCapture;
+using fw_test::stream_of;
 
 /// 20 seconds, 30 pictures per second, from 0 on.
 const ff::StreamCtx* video() {
@@ -48,29 +39,6 @@ const ff::StreamCtx* video() {
 const ff::StreamCtx* sound() {
     return stream_of(fw_test::clip_pcm(), ff::StreamType::Audio);
 }
-
-/// What is written to the standard error stream from construction to text().
-class StandardError {
-public:
-    StandardError() { testing::internal::CaptureStderr(); }
-
-    StandardError(const StandardError&) = delete;
-    StandardError& operator=(const StandardError&) = delete;
-
-    ~StandardError() { (void)text(); }
-
-    std::string text() {
-        if (!m_taken) {
-            m_taken = true;
-            m_text = testing::internal::GetCapturedStderr();
-        }
-        return m_text;
-    }
-
-private:
-    bool m_taken = false;
-    std::string m_text;
-};
 
 /// libavfilter says why it refuses a description; not in the output of the tests.
 class QuietFFmpeg {
@@ -92,12 +60,12 @@ protected:
     void open(const ff::StreamCtx* stream) { ASSERT_TRUE(decoder.open(stream)); }
 
     bool set_speed(double speed) {
-        const StandardError quiet;
+        const StderrCapture quiet;
         return decoder.setSpeed(speed);
     }
 
     bool set_filters(const char* filters) {
-        const StandardError quiet;
+        const StderrCapture quiet;
         return decoder.setFilters(filters);
     }
 
@@ -149,107 +117,6 @@ protected:
     ff::FFDecoder2 decoder;
 };
 
-// The description of the filters
-
-struct CombineRow {
-    const char* name;
-    ff::StreamType type;
-    const char* user;
-    double speed;
-    const char* desc;
-};
-
-const CombineRow kCombineRows[] = {
-    {"SoundFaster", ff::StreamType::Audio, "", 2.0, "atempo=2.000000"},
-    {"SoundWithFilter", ff::StreamType::Audio, "volume=0.5", 1.0, "volume=0.5"},
-    {"SoundFasterWithFilter", ff::StreamType::Audio, "volume=0.5", 1.5,
-     "atempo=1.500000, volume=0.5"},
-    {"SoundPlain", ff::StreamType::Audio, "", 1.0, ""},
-    {"SoundWithNull", ff::StreamType::Audio, "null", 1.0, ""},
-    {"SoundSlowerWithAnull", ff::StreamType::Audio, "anull", 0.5, "atempo=0.500000"},
-    {"SoundWithTheWholeSpeed", ff::StreamType::Audio, "", 1.2555555, "atempo=1.255556"},
-    {"SoundWithAFilterThatBeginsWithNull", ff::StreamType::Audio, "nullsink", 1.0, "nullsink"},
-    {"PicturesFaster", ff::StreamType::Video, "", 2.0, ""},
-    {"PicturesFasterWithAnull", ff::StreamType::Video, "anull", 2.0, ""},
-    {"PicturesFasterWithNull", ff::StreamType::Video, "null", 2.0, ""},
-    {"PicturesFasterWithFilter", ff::StreamType::Video, "hflip", 2.0, "hflip"},
-    {"SubtitlesFasterWithFilter", ff::StreamType::Subtitle, "hflip", 2.0, "hflip"},
-    {"NoStreamFaster", ff::StreamType::None, "", 2.0, ""},
-    {"NoStreamWithFilter", ff::StreamType::None, "volume=2", 2.0, "volume=2"},
-};
-
-class CombineFiltersTest : public ::testing::TestWithParam<CombineRow> {};
-
-TEST_P(CombineFiltersTest, PutsTheSpeedOfSoundBeforeTheHostsFilters) {
-    const CombineRow& row = GetParam();
-    StandardError error;
-    EXPECT_EQ(ff::combineFilters(row.type, row.user, row.speed), row.desc);
-    EXPECT_EQ(error.text(), "[filter] type=" + std::to_string(static_cast<int>(row.type)) +
-                                ", *****-> " + row.desc + "\n");
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, CombineFiltersTest, ::testing::ValuesIn(kCombineRows),
-                         [](const auto& row) { return std::string(row.param.name); });
-
-TEST(CombineFiltersLimitTest, CutsTheDescriptionAt1023Characters) {
-    const StandardError quiet;
-    const std::string fits(1023, 'x');
-    EXPECT_EQ(ff::combineFilters(ff::StreamType::Video, fits, 1.0), fits);
-    EXPECT_EQ(ff::combineFilters(ff::StreamType::Video, fits + "y", 1.0), fits);
-    const std::string cut = ff::combineFilters(ff::StreamType::Audio, fits, 2.0);
-    EXPECT_EQ(cut.size(), 1023U);
-    EXPECT_EQ(cut.substr(0, 18), "atempo=2.000000, x");
-}
-
-/// Sets the locale of the C library for the life of the object, if it is there.
-class CLocale {
-public:
-    explicit CLocale(const std::vector<const char*>& names) {
-        for (const char* const name : names) {
-            if (!m_is_set && std::setlocale(LC_ALL, name) != nullptr) {  // no other thread runs
-                m_is_set = true;
-            }
-        }
-    }
-
-    CLocale(const CLocale&) = delete;
-    CLocale& operator=(const CLocale&) = delete;
-
-    ~CLocale() { (void)std::setlocale(LC_ALL, m_previous.c_str()); }
-
-    bool is_set() const { return m_is_set; }
-
-private:
-    const std::string m_previous = std::setlocale(LC_ALL, nullptr);
-    bool m_is_set = false;
-};
-
-TEST(CombineFiltersLocaleTest, WritesADecimalPointWhereTheHostsLanguageHasAComma) {
-    const CLocale german({"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8", "fr_FR.utf8"});
-    if (!german.is_set()) {
-        GTEST_SKIP() << "no locale with a decimal comma (de_DE, fr_FR) is installed";
-    }
-    const StandardError quiet;
-    EXPECT_EQ(ff::combineFilters(ff::StreamType::Audio, "", 1.5), "atempo=1.500000");
-}
-
-TEST(CombineFiltersLocaleTest, WritesADecimalPointWhereTheGlobalLocaleOfTheHostHasAComma) {
-    struct Comma : std::numpunct<char> {
-        char do_decimal_point() const override { return ','; }
-
-        char do_thousands_sep() const override { return '.'; }
-
-        std::string do_grouping() const override { return "\1"; }
-    };
-
-    const std::locale previous = std::locale::global(std::locale(std::locale(), new Comma));
-    StandardError quiet;
-    const std::string desc = ff::combineFilters(ff::StreamType::Audio, "", 1.5);
-    (void)quiet.text();
-    std::locale::global(previous);
-    EXPECT_EQ(desc, "atempo=1.500000");
-}
-
 // Speed
 
 TEST_F(FFDecoder2Test, AcceptsSpeedsFromAHalfToThree) {
@@ -266,7 +133,7 @@ TEST_F(FFDecoder2Test, RefusesOtherSpeedsWithALineAndKeepsTheOneItHas) {
     EXPECT_EQ(decoder.speed(), 1.0);
     ASSERT_TRUE(set_speed(1.5));
     const double infinity = std::numeric_limits<double>::infinity();
-    StandardError error;
+    StderrCapture error;
     for (const double speed : {0.49, 3.01, 0.0, -1.0, infinity, -infinity, std::nan("")}) {
         EXPECT_FALSE(decoder.setSpeed(speed));
     }
@@ -287,7 +154,7 @@ TEST_F(FFDecoder2Test, RefusesOtherSpeedsWithALineAndKeepsTheOneItHas) {
 TEST_F(FFDecoder2Test, PrintsWhichFiltersItOpensAndCloses) {
     const QuietFFmpeg quiet;
     open(sound());
-    StandardError error;
+    StderrCapture error;
     EXPECT_TRUE(decoder.setSpeed(2.0));
     EXPECT_TRUE(decoder.setFilters("volume=0.5"));
     EXPECT_TRUE(decoder.setSpeed(1.0));
@@ -369,7 +236,7 @@ TEST_F(FFDecoder2Test, AsksForTheSpanOfSoundThatIsPlayedInTheRequestedTime) {
     ASSERT_TRUE(set_speed(2.0));
     EXPECT_EQ(asked_audio_ticks({{1, 1}, {2, 1}}), ticks({2, 1}));
     {
-        const StandardError quiet;
+        const StderrCapture quiet;
         ASSERT_TRUE(decoder.pri_setFilters("")) << "without atempo, the span comes as it is";
     }
     ff::RequireAudioFrame req;
@@ -452,11 +319,11 @@ TEST_F(FFDecoder2Test, MultipliesBeforeItReverses) {
 }
 
 TEST_F(FFDecoder2Test, ReversesNothingButVideo) {
-    StandardError none;
+    StderrCapture none;
     decoder.setRevert(true);
     EXPECT_EQ(none.text(), "(stream.type=-1) unsupport revert ...\n");
     open(sound());
-    StandardError audio;
+    StderrCapture audio;
     decoder.setRevert(true);
     EXPECT_EQ(audio.text(), "(stream.type=1) unsupport revert ...\n");
     EXPECT_EQ(asked_audio_ticks({{1, 1}, {2, 1}}), ticks({1, 1}));
@@ -468,7 +335,7 @@ TEST_F(FFDecoder2Test, DoesNotChangeTheReverseOfPicturesOnAnotherStream) {
     open(video());
     decoder.setRevert(true);
     open(sound());
-    StandardError error;
+    StderrCapture error;
     decoder.setRevert(false);
     EXPECT_EQ(error.text(), "(stream.type=1) unsupport revert ...\n");
     open(video());
@@ -646,7 +513,7 @@ TEST_F(FFDecoder2Test, AnswersBeforeItIsOpened) {
 
 TEST_F(FFDecoder2Test, RefusesFiltersForSubtitles) {
     ff::FFDecoder2 other;
-    const StandardError quiet;
+    const StderrCapture quiet;
     (void)other.open(stream_of(fw_test::clip_subrip(), ff::StreamType::Subtitle));
     EXPECT_FALSE(other.setFilters("hflip"));
     EXPECT_EQ(log.count_exactly("no support for stream->type='2'"), 1U);
@@ -672,7 +539,7 @@ TEST_F(FFDecoder2Test, CallsWhatASubclassOverrides) {
     Halved halved;
     ASSERT_TRUE(halved.open(video()));
     {
-        const StandardError quiet;
+        const StderrCapture quiet;
         ASSERT_TRUE(halved.setSpeed(1.5));
     }
     ff::RequireVideoFrame req;

@@ -4,6 +4,7 @@
 #include "tests/support/async_scene.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/media.h"
+#include "tests/support/streams.h"
 
 #include <framewell/framewell.h>
 
@@ -15,7 +16,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,17 +26,9 @@ using fw_test::Answers;
 using fw_test::Carried;
 using fw_test::Gate;
 using fw_test::LogCapture;
+using fw_test::stream_of;
 using fw_test::Watchdog;
 using fw_test::WatchedDecoder;
-
-const ff::StreamCtx* stream_of(const std::string& path, ff::StreamType type) {
-    const ff::StreamCtx* const stream =
-        ff::first_stream(ff::FFDecoder::probe(path.c_str(), nullptr), type);
-    if (stream == nullptr) {
-        throw std::runtime_error("nothing to decode in " + path);
-    }
-    return stream;
-}
 
 const ff::StreamCtx* video() {
     return stream_of(fw_test::clip_h264(), ff::StreamType::Video);
