@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -66,15 +66,21 @@ bool mem::is_aligned(const void* p, unsigned align) {
     return (low_bits & (align - 1)) == 0;
 }
 
-/// The idle buffers of one size, oldest first.
+/// The idle buffers of one size, oldest first. What the pool notes about a buffer moves with it
+/// from idle to handed out and back, so that a buffer that is used again costs no memory from the
+/// system.
 struct mempool::BufferList {
+    using HandedOut = std::unordered_map<void*, unsigned>;  // buffer to size
+
     struct Idle {
-        long long freed_ms;  // when it was given back, by bg::time::cpu_msec_pts()
+        long long freed_ms = 0;  // when it was given back, by bg::time::cpu_msec_pts()
         BufferPtr buffer;
+        HandedOut::node_type entry;  // the buffer's in the map of those handed out
     };
 
     std::mutex mutex;
-    std::deque<Idle> idle;  // guarded by mutex
+    std::list<Idle> idle;   // guarded by mutex
+    std::list<Idle> spare;  // guarded by mutex; empty records for the buffers that come back
 };
 
 /// The pool itself. Lock order: the pool's mutex, then a list's. Taking and giving back hold the
@@ -100,7 +106,7 @@ private:
     std::mutex m_mutex;
     // guarded by m_mutex; a list that exists stays, also when it is empty
     std::unordered_map<unsigned, std::shared_ptr<BufferList>> m_lists;
-    std::unordered_map<void*, unsigned> m_handed_out;  // guarded by m_mutex; buffer to size
+    BufferList::HandedOut m_handed_out;  // guarded by m_mutex
 };
 
 std::shared_ptr<mempool::BufferList> mempool::FramePoolPrivate::list_of(unsigned size) {
@@ -117,13 +123,15 @@ std::shared_ptr<mempool::BufferList> mempool::FramePoolPrivate::list_of(unsigned
 void* mempool::FramePoolPrivate::malloc_from_pool(unsigned size, unsigned align) {
     const std::shared_ptr<BufferList> list = list_of(size);
     BufferPtr buffer;
+    BufferList::HandedOut::node_type entry;
     {
         const std::lock_guard<std::mutex> lock(list->mutex);
         if (list->idle.empty()) {
             buffer.reset(mem::aligned_malloc(size, align));
         } else {
             buffer = std::move(list->idle.front().buffer);
-            list->idle.pop_front();
+            entry = std::move(list->idle.front().entry);
+            list->spare.splice(list->spare.end(), list->idle, list->idle.begin());
         }
     }
     if (buffer == nullptr) {
@@ -132,7 +140,12 @@ void* mempool::FramePoolPrivate::malloc_from_pool(unsigned size, unsigned align)
     open_to_sanitizer(buffer.get(), size);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_handed_out.insert_or_assign(buffer.get(), size);
+        if (!entry.empty()) {
+            m_handed_out.erase(buffer.get());
+            m_handed_out.insert(std::move(entry));
+        } else {
+            m_handed_out.insert_or_assign(buffer.get(), size);
+        }
     }
     return buffer.release();  // now owned by whoever asked, until free_to_pool()
 }
@@ -140,20 +153,27 @@ void* mempool::FramePoolPrivate::malloc_from_pool(unsigned size, unsigned align)
 bool mempool::FramePoolPrivate::free_to_pool(void* p) {
     std::shared_ptr<BufferList> list;
     unsigned size = 0;
+    BufferList::HandedOut::node_type entry;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto entry = m_handed_out.find(p);
-        if (entry == m_handed_out.end()) {
+        const auto found = m_handed_out.find(p);
+        if (found == m_handed_out.end()) {
             return false;
         }
-        size = entry->second;
+        size = found->second;
         list = m_lists.at(size);
-        m_handed_out.erase(entry);
+        entry = m_handed_out.extract(found);
     }
     BufferPtr buffer(p);
     const std::lock_guard<std::mutex> lock(list->mutex);
+    if (list->spare.empty()) {
+        list->spare.emplace_back();
+    }
     // The time is read under the lock, which keeps the list ordered by age.
-    list->idle.push_back({time::cpu_msec_pts(), std::move(buffer)});
+    list->spare.front().freed_ms = time::cpu_msec_pts();
+    list->spare.front().buffer = std::move(buffer);
+    list->spare.front().entry = std::move(entry);
+    list->idle.splice(list->idle.end(), list->spare, list->spare.begin());
     close_to_sanitizer(p, size);
     return true;
 }
