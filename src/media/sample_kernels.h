@@ -178,15 +178,22 @@ struct LevelFloat {
 /// `Ordered` is the format with the same samples in the processor's byte order.
 template <std::uint32_t Format, std::uint32_t Ordered, class Code, class Level>
 FW_LANE double peak(const std::uint8_t* data, std::size_t count) {
-    constexpr std::size_t step = 4 * kVectorBytes;
-    const std::size_t bytes = count * sample_bytes(Format);
-    // Four peaks at a time: each waits for its own last one only.
-    Ints a = fill8(0);
-    Ints b = a;
+    constexpr std::size_t size = sample_bytes(Format);
+    const std::size_t bytes = count * size;
+    if (bytes < kVectorBytes) {
+        return plain_path().peak[Format](data, count);
+    }
+    // No sample is louder for being looked at twice. So the first and the last vector may overlap
+    // others, which gets the loop to addresses that do not cross the cache's lines, and leaves no
+    // rest.
+    Ints a = Level::louder(fill8(0), Code::decode(load(data)));
+    Ints b = Level::louder(fill8(0), Code::decode(load(data + bytes - kVectorBytes)));
     Ints c = a;
-    Ints d = a;
-    std::size_t at = 0;
-    for (; at + step <= bytes; at += step) {
+    Ints d = b;
+    const std::size_t to_border = (0 - reinterpret_cast<std::uintptr_t>(data)) % kVectorBytes;
+    std::size_t at = to_border % size == 0 ? to_border : 0;
+    // Four peaks at a time: each waits for its own last one only.
+    for (; at + 4 * kVectorBytes <= bytes; at += 4 * kVectorBytes) {
         a = Level::louder(a, Code::decode(load(data + at)));
         b = Level::louder(b, Code::decode(load(data + at + kVectorBytes)));
         c = Level::louder(c, Code::decode(load(data + at + 2 * kVectorBytes)));
@@ -197,9 +204,7 @@ FW_LANE double peak(const std::uint8_t* data, std::size_t count) {
     }
     std::uint8_t lanes[kVectorBytes];
     store(lanes, Level::louder(Level::louder(a, b), Level::louder(c, d)));
-    const double of_lanes = plain_path().peak[Ordered](lanes, kVectorBytes / sample_bytes(Ordered));
-    const double of_rest = plain_path().peak[Format](data + at, count - at / sample_bytes(Format));
-    return of_lanes > of_rest ? of_lanes : of_rest;
+    return plain_path().peak[Ordered](lanes, kVectorBytes / size);
 }
 
 constexpr Path kPath = {

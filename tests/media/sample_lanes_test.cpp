@@ -26,14 +26,42 @@ constexpr std::size_t kMaxLength = 130;
 constexpr int kVolumes[] = {0,   1,   2,  63,  64,   65,   127,     128,
                             129, 255, -1, -64, -128, -129, INT_MAX, INT_MIN};
 constexpr std::uint32_t kExtremes32[] = {
-    0x00000000, 0x80000000, 0x7FFFFFFF, 0xFFFFFFFF, 0x00000001, 0x80000001, 0x80808080,
-    0x7F7F7F7F, 0x00007FFF, 0x00008000, 0xFFFF8000, 0x0000FFFF, 0xFFFF0000,  // borders of the
-                                                                             // halves
-    0x7F800000, 0xFF800000,                                                  // infinities
-    0x7FC00000, 0xFFC00000, 0x7F800001, 0xFFBFFFFF, 0x7FFFFFFE,  // NaNs, quiet and signalling
-    0x7F7FFFFF, 0xFF7FFFFF, 0x7F7FFFFE, 0x73FFFFFF,              // the largest floats
-    0x00000002, 0x007FFFFF, 0x807FFFFF, 0x00800000, 0x80800000,  // the smallest
-    0x3F800000, 0xBF800000, 0x3F000000, 0x34000000, 0x7E800000, 0x7C000000,
+    0x00000000,
+    0x80000000,
+    0x7FFFFFFF,
+    0xFFFFFFFF,
+    0x00000001,
+    0x80000001,
+    0x80808080,
+    0x7F7F7F7F,
+    0x00007FFF,
+    0x00008000,
+    0xFFFF8000,
+    0x0000FFFF,
+    0xFFFF0000,  // borders of the
+                 // halves
+    0x7F800000,
+    0xFF800000,  // infinities
+    0x7FC00000,
+    0xFFC00000,
+    0x7F800001,
+    0xFFBFFFFF,
+    0x7FFFFFFE,  // NaNs, quiet and signalling
+    0x7F7FFFFF,
+    0xFF7FFFFF,
+    0x7F7FFFFE,
+    0x73FFFFFF,  // the largest floats
+    0x00000002,
+    0x007FFFFF,
+    0x807FFFFF,
+    0x00800000,
+    0x80800000,  // the smallest
+    0x3F800000,
+    0xBF800000,
+    0x3F000000,
+    0x34000000,
+    0x7E800000,
+    0x7C000000,
 };
 
 using Bytes = std::vector<std::uint8_t>;
