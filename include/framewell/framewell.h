@@ -10,6 +10,7 @@
 /// - What does the span [a, b) sound like?     ff::FFDecoder, asked with ff::RequireAudioFrame
 /// - Only the newest request counts?           ff::FFDecoder::getVideoFrameAsync()
 /// - Faster, slower, backwards, filtered?      ff::FFDecoder2
+/// - What do several sources sound like together?  ff::AudioMixer; for a meter ff::getAudioPeak()
 /// - By how much should it be shrunk?          ff::FFDecoder::getImageDivider()
 /// - Decode on the graphics hardware?          ff::hw_enable_device(), before decoders are opened
 /// - Where do messages go?                     mox::Logger
@@ -50,10 +51,11 @@
 /// static objects of the host may hold decoders and results.
 ///
 /// Names. Everything stands in the namespaces ff, mox (logging, values, locks), bg (memory, clock)
-/// and ut (text, digests). The functions for files stand in a namespace fs; this header leaves out
-/// theirs, utils/files.h and utils/file_id.h, so that `namespace fs = std::filesystem` keeps
-/// compiling in hosts.
+/// and ut (text, digests), but for the routines of media/sample_mix.h, which are global. The
+/// functions for files stand in a namespace fs; this header leaves out theirs, utils/files.h and
+/// utils/file_id.h, so that `namespace fs = std::filesystem` keeps compiling in hosts.
 
+#include <framewell/audio_mixer.h>
 #include <framewell/base/blocking_queue.h>
 #include <framewell/base/config.h>
 #include <framewell/base/data.h>
@@ -70,6 +72,7 @@
 #include <framewell/media/formats.h>
 #include <framewell/media/range.h>
 #include <framewell/media/rational.h>
+#include <framewell/media/sample_mix.h>
 #include <framewell/media/stream.h>
 #include <framewell/movie_info.h>
 #include <framewell/utils/charset.h>
