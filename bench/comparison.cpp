@@ -1,6 +1,7 @@
 #include "comparison.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -129,10 +130,14 @@ void print_row(const Row& row, const Times& framewell, const Times& other) {
     const auto [lowest, highest] = std::minmax_element(values.begin(), values.end());
     char spread[32];
     (void)std::snprintf(spread, sizeof spread, "(%.3g..%.3g)", *lowest, *highest);
-    std::printf("%-46s %12s %12s %7.3f %-2s  %-14s %7.4g %-2s %s\n", row.title.c_str(),
+    char target[32] = "";
+    if (std::isfinite(row.target)) {
+        (void)std::snprintf(target, sizeof target, "%7.4g %-2s %s", row.target, unit_of(row.judge),
+                            value <= row.target ? "ok" : "MISS");
+    }
+    std::printf("%-46s %12s %12s %7.3f %-2s  %-14s %s\n", row.title.c_str(),
                 time_text(ours).c_str(), other.empty() ? "" : time_text(theirs).c_str(), value,
-                unit_of(row.judge), spread, row.target, unit_of(row.judge),
-                value <= row.target ? "ok" : "MISS");
+                unit_of(row.judge), spread, target);
     (void)std::fflush(stdout);
 }
 

@@ -27,7 +27,7 @@ struct Row {
     std::string name;   ///< letters, digits, "_" and "/": the name that --only looks for
     std::string title;  ///< for people
     Judge judge;
-    double target;   ///< the largest value that is fast enough
+    double target;   ///< the largest value that is fast enough; infinity: any is
     double units;    ///< what one run of the body does, in units that the time is shown for
     int iterations;  ///< how often the loop over `state` runs in one measurement
     Side framewell;
