@@ -35,8 +35,17 @@ std::atomic<long> g_allocations{0};
 
 }  // namespace
 
+// Sanitizers have allocators of their own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define FW_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define FW_SANITIZED 1
+#endif
+#endif
+
 // Every way to the system's memory, counted; operator new comes through here as well.
-#if defined(__GLIBC__)
+#if defined(__GLIBC__) && !defined(FW_SANITIZED)
 #define FW_COUNTS_ALLOCATIONS 1
 
 extern "C" {
@@ -173,7 +182,7 @@ bench::Side bare_routine(ff::SampleFormat format) {
 
 struct Graph {
     struct Free {
-        void operator()(AVFilterGraph* graph) const { avfilter_graph_free(&graph); }
+        void operator()(AVFilterGraph* owned) const { avfilter_graph_free(&owned); }
     };
 
     std::unique_ptr<AVFilterGraph, Free> graph{avfilter_graph_alloc()};

@@ -37,13 +37,12 @@ constexpr int kNeedSamplesLine = 155;
 
 SDL_AudioFormat get_sdl_audio_fmt(SampleFormat format) {
     constexpr SDL_AudioFormat codes[] = {0, 2, 6, 8};
-    const int index = static_cast<int>(format) - static_cast<int>(SampleFormat::U8);
-    if (index < 0 || index >= static_cast<int>(sizeof codes / sizeof codes[0])) {
+    if (format < SampleFormat::U8 || format > SampleFormat::Flt) {
         FW_LOG_AT(kUnknownFormatLine, 2, "bg", "unknow audio format: %d\n",
                   static_cast<int>(format));
         return 0;
     }
-    return codes[index];
+    return codes[static_cast<int>(format) - static_cast<int>(SampleFormat::U8)];
 }
 
 AudioMixerPrivate::AudioMixerPrivate(int rate, int channel_count, SampleFormat sample_format)
