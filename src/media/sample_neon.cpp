@@ -143,10 +143,11 @@ FW_LANE Ints louder_signed32(Ints peak, Ints s) {
 }
 
 FW_LANE Ints louder_float(Ints peak, Ints s) {
-    const float32x4_t so_far = vreinterpretq_f32_u8(peak);
-    const float32x4_t level = vabsq_f32(vreinterpretq_f32_u8(s));
-    // The comparison is false for a NaN. The maximum would not do: it gives the NaN.
-    return vreinterpretq_u8_f32(vbslq_f32(vcgtq_f32(level, so_far), level, so_far));
+    // Without their sign, the bits of floats are ordered as the floats are, and NaNs lie above
+    // infinity.
+    const uint32x4_t level = vandq_u32(vreinterpretq_u32_u8(s), vdupq_n_u32(0x7FFFFFFF));
+    const uint32x4_t is_number = vcleq_u32(level, vdupq_n_u32(0x7F800000));
+    return vreinterpretq_u8_u32(vmaxq_u32(vreinterpretq_u32_u8(peak), vandq_u32(level, is_number)));
 }
 
 }  // namespace
