@@ -181,6 +181,46 @@ CLI::App* add_audio(CLI::App& app, AudioOptions& options) {
     return verb;
 }
 
+CLI::App* add_mix(CLI::App& app, MixOptions& options) {
+    // Without "u8": the mixer's blocks begin with zeros, which are no silence there.
+    static const std::map<std::string, ff::SampleFormat> s_formats{{"s16", ff::SampleFormat::S16},
+                                                                   {"s32", ff::SampleFormat::S32},
+                                                                   {"flt", ff::SampleFormat::Flt}};
+
+    CLI::App* const verb = app.add_subcommand("mix", "Mix the sound of several files");
+    verb->add_option("INPUT", options.inputs,
+                     "FILE[@OFFSET][:VOLUME]: a media file, the output time in seconds at which it "
+                     "starts (default: 0), and its volume from 0 to 128 (default: 128)")
+        ->required()
+        ->type_name("");
+    verb->add_option("--from", options.from, "output time to begin at (default: 0)")
+        ->type_name("A");
+    verb->add_option("--to", options.to,
+                     "output time to end at (default: where the last file ends)")
+        ->type_name("B");
+    verb->add_option("--rate", options.rate, "samples per second (default: 48000)")
+        ->check(whole_number_from(1))
+        ->type_name("R");
+    verb->add_option("--channels", options.channels, "channels (default: 2)")
+        ->check(whole_number_from(1))
+        ->type_name("C");
+    verb->add_option_function<std::string>(
+            "--format",
+            [&options](const std::string& name) { options.format = s_formats.at(name); },
+            "sample format (default: s16)")
+        ->check(CLI::IsMember(&s_formats))
+        ->type_name("FORMAT");
+    verb->add_option("-o", options.out,
+                     "write the mix to a .wav or .raw file. -: raw bytes on standard output")
+        ->required()
+        ->type_name("OUT");
+    verb->add_flag("--json", options.json, "the numbers as one JSON object");
+    verb->add_flag("--progress", options.progress,
+                   "show the progress also if standard error is no terminal");
+    add_hardware(*verb, options.hw);
+    return verb;
+}
+
 CLI::App* add_play(CLI::App& app, PlayOptions& options) {
     CLI::App* const verb = app.add_subcommand(
         "play", "Walk the time line as a player does, picture and sound by turns, and measure it");

@@ -18,6 +18,7 @@ void add_common(CLI::App& app, CommonOptions& options);
 CLI::App* add_probe(CLI::App& app, ProbeOptions& options);
 CLI::App* add_frame(CLI::App& app, FrameOptions& options);
 CLI::App* add_audio(CLI::App& app, AudioOptions& options);
+CLI::App* add_mix(CLI::App& app, MixOptions& options);
 CLI::App* add_play(CLI::App& app, PlayOptions& options);
 CLI::App* add_verify(CLI::App& app, VerifyOptions& options);
 CLI::App* add_devices(CLI::App& app, DevicesOptions& options);

@@ -54,6 +54,20 @@ struct AudioOptions {
     std::string hw;
 };
 
+struct MixOptions {
+    std::vector<std::string> inputs;  ///< FILE[@OFFSET][:VOLUME]
+    std::string from;                 ///< empty: 0
+    std::string to;                   ///< empty: where the last source ends
+    int rate = 48000;                 ///< Hz
+    int channels = 2;
+    ff::SampleFormat format = ff::SampleFormat::S16;
+    std::string out;
+    bool json = false;
+    bool quiet = false;
+    bool progress = false;  ///< also where standard error is no terminal
+    std::string hw;
+};
+
 struct PlayOptions {
     std::string file;
     std::string from;  ///< empty: the movie's start
@@ -83,6 +97,7 @@ struct DevicesOptions {
 Exit run_probe(const ProbeOptions& options);
 Exit run_frame(const FrameOptions& options);
 Exit run_audio(const AudioOptions& options);
+Exit run_mix(const MixOptions& options);
 Exit run_play(const PlayOptions& options);
 Exit run_verify(const VerifyOptions& options);
 Exit run_devices(const DevicesOptions& options);

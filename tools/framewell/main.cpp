@@ -38,6 +38,7 @@ Exit run_tool(int argc, char** argv) {
     tool::ProbeOptions probe;
     tool::FrameOptions frame;
     tool::AudioOptions audio;
+    tool::MixOptions mix;
     tool::PlayOptions play;
     tool::VerifyOptions verify;
     tool::DevicesOptions devices;
@@ -46,6 +47,7 @@ Exit run_tool(int argc, char** argv) {
         {tool::add_probe(app, probe), [&] { return tool::run_probe(probe); }},
         {tool::add_frame(app, frame), [&] { return tool::run_frame(frame); }},
         {tool::add_audio(app, audio), [&] { return tool::run_audio(audio); }},
+        {tool::add_mix(app, mix), [&] { return tool::run_mix(mix); }},
         {tool::add_play(app, play), [&] { return tool::run_play(play); }},
         {tool::add_verify(app, verify), [&] { return tool::run_verify(verify); }},
         {tool::add_devices(app, devices), [&] { return tool::run_devices(devices); }}};
@@ -74,14 +76,14 @@ Exit run_tool(int argc, char** argv) {
     tool::set_up_log(common.verbose ? tool::LogMode::Verbose
                      : common.quiet ? tool::LogMode::Quiet
                                     : tool::LogMode::Reasons);
-    probe.quiet = frame.quiet = audio.quiet = play.quiet = verify.quiet = common.quiet;
+    probe.quiet = frame.quiet = audio.quiet = mix.quiet = play.quiet = verify.quiet = common.quiet;
     for (const auto& [verb, run] : verbs) {
         if (verb->parsed()) {
             return run();
         }
     }
     throw tool::Failure(
-        "say what to do: probe, frame, audio, play, verify or devices; see `framewell --help`",
+        "say what to do: probe, frame, audio, mix, play, verify or devices; see `framewell --help`",
         Exit::Usage);
 }
 
