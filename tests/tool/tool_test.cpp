@@ -55,8 +55,8 @@ TEST_P(WrongUsageTest, IsOneErrorLineAndStatusTwo) {
 INSTANTIATE_TEST_SUITE_P(
     ToolTest, WrongUsageTest,
     testing::Values(
-        WrongUsage{{}, "probe, frame, audio, play, verify or devices"},
-        WrongUsage{{"-v"}, "probe, frame, audio, play, verify or devices"},
+        WrongUsage{{}, "probe, frame, audio, mix, play, verify or devices"},
+        WrongUsage{{"-v"}, "probe, frame, audio, mix, play, verify or devices"},
         WrongUsage{{"show"}, "\"show\""}, WrongUsage{{"--loud"}, "\"--loud\""},
         WrongUsage{{"-v", "--quiet", "devices"}, "--quiet"}, WrongUsage{{"probe"}, "FILE"},
         WrongUsage{{"probe", "a", "--at", "1"}, "--at"}, WrongUsage{{"frame"}, "FILE"},
