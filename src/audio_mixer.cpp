@@ -148,6 +148,7 @@ void AudioMixer::getFormat(int* sample_rate, int* channels, SampleFormat* format
     }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is the hosts'
 int getAudioPeak(std::shared_ptr<AFrameCtx> frame, int scale) {
     if (frame == nullptr) {
         return 0;

@@ -63,8 +63,10 @@ public:
 /// Thread-safety: as PcmWriterBase.
 class FRAMEWELL_API PcmWriter final : public PcmWriterBase {
 public:
-    /// `mixer` outlives the writer or clears its pointer to itself.
-    explicit PcmWriter(AudioMixerPrivate* mixer);
+    /// `owner` outlives the writer or clears the pointer to itself.
+    explicit PcmWriter(AudioMixerPrivate* owner);
+    PcmWriter(const PcmWriter&) = delete;
+    PcmWriter& operator=(const PcmWriter&) = delete;
     ~PcmWriter() override;
 
     bool write(std::shared_ptr<AFrameCtx> frame, int volume) override;

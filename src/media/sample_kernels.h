@@ -207,6 +207,7 @@ FW_LANE double peak(const std::uint8_t* data, std::size_t count) {
     return plain_path().peak[Ordered](lanes, kVectorBytes / size);
 }
 
+// NOLINTNEXTLINE(misc-definitions-in-headers): each source file has its own, of its own functions
 constexpr Path kPath = {
     kPathName,
     {mix<0, Unsigned8, Math8>, mix<1, AsStored, Math8>, mix<2, AsStored, Math16>,
