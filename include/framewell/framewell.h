@@ -5,6 +5,7 @@
 ///
 /// Which name for which question:
 /// - What is in this file?                     ff::FFDecoder::probe(), or ff::getMovieInfo() alone
+/// - One small picture of each file?          ff::getMovieImage()
 /// - Which of its streams is the video?        ff::first_stream(), ff::stream_by_index()
 /// - What does the picture at time t look like?  ff::FFDecoder, asked with ff::RequireVideoFrame
 /// - What does the span [a, b) sound like?     ff::FFDecoder, asked with ff::RequireAudioFrame
@@ -64,6 +65,7 @@
 #include <framewell/base/statics.h>
 #include <framewell/base/tracer.h>
 #include <framewell/base/value.h>
+#include <framewell/ff_tools.h>
 #include <framewell/ffdecoder.h>
 #include <framewell/ffdecoder2.h>
 #include <framewell/frame.h>
