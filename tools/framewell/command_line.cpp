@@ -16,16 +16,16 @@ void add_hardware(CLI::App& verb, std::string& hw) {
 }
 
 // CLI11's own checks of numbers print the range as doubles with 300 digits.
-CLI::Validator whole_number_from(int least) {
-    const auto check = [least](const std::string& text) -> std::string {
+CLI::Validator whole_number_from(int least, int most = std::numeric_limits<int>::max()) {
+    const auto check = [least, most](const std::string& text) -> std::string {
         int value = 0;
         const char* const end = text.data() + text.size();
         const std::from_chars_result result = std::from_chars(text.data(), end, value);
-        if (result.ec == std::errc() && result.ptr == end && value >= least) {
+        if (result.ec == std::errc() && result.ptr == end && value >= least && value <= most) {
             return {};
         }
         return "\"" + text + "\" is no whole number from " + std::to_string(least) + " to " +
-               std::to_string(std::numeric_limits<int>::max());
+               std::to_string(most);
     };
     return {check, ""};
 }
@@ -251,6 +251,64 @@ CLI::App* add_verify(CLI::App& app, VerifyOptions& options) {
         ->check(whole_number_from(1))
         ->type_name("N");
     verb->add_flag("--json", options.json, "one JSON object per stream, each on one line");
+    add_progress(*verb, options.progress);
+    add_hardware(*verb, options.hw);
+    return verb;
+}
+
+CLI::App* add_cover(CLI::App& app, CoverOptions& options) {
+    CLI::App* const verb = app.add_subcommand("cover", "Give one picture of each file");
+    verb->add_option("FILE", options.files, "media files")->required()->type_name("");
+    verb->add_option("--box", options.box,
+                     "shrink pictures to about this size; 0 for no limit (default: full size)")
+        ->type_name("WxH");
+    CLI::Option* const at =
+        verb->add_option("--at", options.at, "the picture's time, from the movie's start")
+            ->type_name("T");
+    verb->add_option("--ratio", options.ratio, "its place in the movie, from 0 to 1 (default: 0.1)")
+        ->check(number_between(0.0, 1.0))
+        ->excludes(at)
+        ->type_name("R");
+    verb->add_option("-o", options.out,
+                     "write the picture to a .png, .jpg or .raw file; %d in the name stands for "
+                     "the number of the file. -: raw bytes on standard output")
+        ->required()
+        ->type_name("OUT");
+    verb->add_flag("--json", options.json, "one JSON object per file, each on one line");
+    add_hardware(*verb, options.hw);
+    return verb;
+}
+
+CLI::App* add_sheet(CLI::App& app, SheetOptions& options) {
+    CLI::App* const verb = app.add_subcommand(
+        "sheet", "Make a contact sheet: pictures of the whole file with their times");
+    verb->add_option("FILE", options.file, "media file")->required()->type_name("");
+    verb->add_option("-o", options.out, "the .png or .jpg file")->required()->type_name("OUT");
+    verb->add_option("--columns", options.columns,
+                     "pictures in a row (default: 4; 6 if they stand upright)")
+        ->check(whole_number_from(1, 1000))
+        ->type_name("C");
+    verb->add_option("--rows", options.rows, "rows (default: 4; 3 if pictures stand upright)")
+        ->check(whole_number_from(1, 1000))
+        ->type_name("R");
+    verb->add_option("--width", options.width, "of the sheet, pixels (default: 1280)")
+        ->check(whole_number_from(40, 16000))
+        ->type_name("W");
+    add_progress(*verb, options.progress);
+    add_hardware(*verb, options.hw);
+    return verb;
+}
+
+CLI::App* add_wave(CLI::App& app, WaveOptions& options) {
+    CLI::App* const verb = app.add_subcommand("wave", "Draw the waveform of the sound");
+    verb->add_option("FILE", options.file, "media file")->required()->type_name("");
+    verb->add_option("-o", options.out, "the .png or .jpg file")->required()->type_name("OUT");
+    verb->add_option("--width", options.width, "of the picture, pixels (default: 1200)")
+        ->check(whole_number_from(16, 16000))
+        ->type_name("W");
+    verb->add_option("--height", options.height, "of the picture, pixels (default: 300)")
+        ->check(whole_number_from(16, 8000))
+        ->type_name("H");
     add_progress(*verb, options.progress);
     add_hardware(*verb, options.hw);
     return verb;

@@ -21,6 +21,9 @@ CLI::App* add_audio(CLI::App& app, AudioOptions& options);
 CLI::App* add_mix(CLI::App& app, MixOptions& options);
 CLI::App* add_play(CLI::App& app, PlayOptions& options);
 CLI::App* add_verify(CLI::App& app, VerifyOptions& options);
+CLI::App* add_cover(CLI::App& app, CoverOptions& options);
+CLI::App* add_sheet(CLI::App& app, SheetOptions& options);
+CLI::App* add_wave(CLI::App& app, WaveOptions& options);
 CLI::App* add_devices(CLI::App& app, DevicesOptions& options);
 
 }  // namespace tool

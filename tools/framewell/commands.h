@@ -90,6 +90,38 @@ struct VerifyOptions {
     std::string hw;
 };
 
+struct CoverOptions {
+    std::vector<std::string> files;
+    std::string box;     ///< "WxH"; empty: no limit
+    std::string at;      ///< a time; empty: `ratio` counts
+    double ratio = 0.1;  ///< of the duration
+    std::string out;
+    bool json = false;
+    bool quiet = false;
+    std::string hw;
+};
+
+struct SheetOptions {
+    std::string file;
+    std::string out;
+    std::optional<int> columns;  ///< none: as the pictures' shape suggests
+    std::optional<int> rows;
+    int width = 1280;  ///< of the sheet, pixels
+    bool quiet = false;
+    bool progress = false;  ///< also where standard error is no terminal
+    std::string hw;
+};
+
+struct WaveOptions {
+    std::string file;
+    std::string out;
+    int width = 1200;  ///< pixels
+    int height = 300;
+    bool quiet = false;
+    bool progress = false;  ///< also where standard error is no terminal
+    std::string hw;
+};
+
 struct DevicesOptions {
     bool json = false;
 };
@@ -100,6 +132,9 @@ Exit run_audio(const AudioOptions& options);
 Exit run_mix(const MixOptions& options);
 Exit run_play(const PlayOptions& options);
 Exit run_verify(const VerifyOptions& options);
+Exit run_cover(const CoverOptions& options);
+Exit run_sheet(const SheetOptions& options);
+Exit run_wave(const WaveOptions& options);
 Exit run_devices(const DevicesOptions& options);
 
 /// Turns hardware decoding on as `--hw` asks; nothing for an empty text. A device that cannot be

@@ -1,5 +1,6 @@
 #include "image.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <utility>
@@ -19,6 +20,58 @@ bool is_opaque(const Image& image) {
         }
     }
     return true;
+}
+
+/// The pixels of a line that make one pixel of the scaled line, and how much each counts.
+struct Mix {
+    int first = 0;
+    std::vector<float> weights;  // together 1
+};
+
+std::vector<Mix> mixes(int from, int to) {
+    const double step = static_cast<double>(from) / to;
+    const double reach = std::max(1.0, step);  // where a pixel counts nothing any more
+    std::vector<Mix> result(static_cast<std::size_t>(to));
+    for (int i = 0; i < to; ++i) {
+        const double centre = (i + 0.5) * step - 0.5;
+        Mix& mix = result[static_cast<std::size_t>(i)];
+        mix.first = std::max(0, static_cast<int>(std::floor(centre - reach)) + 1);
+        const int last = std::min(from - 1, static_cast<int>(std::ceil(centre + reach)) - 1);
+        float sum = 0;
+        for (int at = mix.first; at <= last; ++at) {
+            mix.weights.push_back(static_cast<float>(1 - std::fabs(at - centre) / reach));
+            sum += mix.weights.back();
+        }
+        for (float& weight : mix.weights) {
+            weight /= sum;
+        }
+    }
+    return result;
+}
+
+/// Scales `lines` lines of `length` pixels to `to` pixels each. Lines become columns by it, so that
+/// a second call scales the other direction and puts them right again.
+std::vector<float> scaled_lines(const std::vector<float>& from, int lines, int length, int to,
+                                int channels) {
+    const auto count = static_cast<std::size_t>(channels);
+    const std::vector<Mix> line = mixes(length, to);
+    std::vector<float> result(static_cast<std::size_t>(lines) * line.size() * count);
+    for (int y = 0; y < lines; ++y) {
+        const float* const row =
+            from.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(length) * count;
+        for (std::size_t x = 0; x < line.size(); ++x) {
+            const float* pixel = row + static_cast<std::size_t>(line[x].first) * count;
+            float* const sum =
+                result.data() +
+                (x * static_cast<std::size_t>(lines) + static_cast<std::size_t>(y)) * count;
+            for (const float weight : line[x].weights) {
+                for (std::size_t c = 0; c < count; ++c) {
+                    sum[c] += weight * *pixel++;
+                }
+            }
+        }
+    }
+    return result;
 }
 
 }  // namespace
@@ -57,6 +110,22 @@ Image turned(Image image, int quarters) {
             to += pixel;
         }
     }
+    return result;
+}
+
+Image scaled(const Image& image, int width, int height) {
+    const std::vector<float> values(image.bytes.begin(), image.bytes.end());
+    const std::vector<float> columns =
+        scaled_lines(values, image.height, image.width, width, image.channels);
+    const std::vector<float> rows =
+        scaled_lines(columns, width, image.height, height, image.channels);
+    Image result = image;
+    result.width = width;
+    result.height = height;
+    result.bytes.resize(rows.size());
+    std::transform(rows.begin(), rows.end(), result.bytes.begin(), [](float value) {
+        return static_cast<std::uint8_t>(std::clamp(std::lround(value), 0L, 255L));
+    });
     return result;
 }
 

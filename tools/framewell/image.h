@@ -30,6 +30,11 @@ int quarter_turns(double degrees);
 /// is.
 Image turned(Image image, int quarters);
 
+/// Returns `image`, which has 8 bits per channel, at another size of at least 1x1: every pixel is
+/// the mean of what it covers, nearer pixels counting more, so that fine patterns do not flicker
+/// and enlarged pixels have soft edges.
+Image scaled(const Image& image, int width, int height);
+
 /// Returns `image` without its alpha channel if every pixel is opaque, else as it is.
 Image without_opaque_alpha(Image image);
 

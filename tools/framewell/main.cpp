@@ -41,6 +41,9 @@ Exit run_tool(int argc, char** argv) {
     tool::MixOptions mix;
     tool::PlayOptions play;
     tool::VerifyOptions verify;
+    tool::CoverOptions cover;
+    tool::SheetOptions sheet;
+    tool::WaveOptions wave;
     tool::DevicesOptions devices;
     using Run = std::function<Exit()>;
     const std::vector<std::pair<CLI::App*, Run>> verbs{
@@ -50,6 +53,9 @@ Exit run_tool(int argc, char** argv) {
         {tool::add_mix(app, mix), [&] { return tool::run_mix(mix); }},
         {tool::add_play(app, play), [&] { return tool::run_play(play); }},
         {tool::add_verify(app, verify), [&] { return tool::run_verify(verify); }},
+        {tool::add_cover(app, cover), [&] { return tool::run_cover(cover); }},
+        {tool::add_sheet(app, sheet), [&] { return tool::run_sheet(sheet); }},
+        {tool::add_wave(app, wave), [&] { return tool::run_wave(wave); }},
         {tool::add_devices(app, devices), [&] { return tool::run_devices(devices); }}};
     app.set_version_flag("--version", std::string("framewell ") + ff::framewell_version() + "\n" +
                                           ff::framewell_ffmpeg_report());
@@ -77,13 +83,15 @@ Exit run_tool(int argc, char** argv) {
                      : common.quiet ? tool::LogMode::Quiet
                                     : tool::LogMode::Reasons);
     probe.quiet = frame.quiet = audio.quiet = mix.quiet = play.quiet = verify.quiet = common.quiet;
+    cover.quiet = sheet.quiet = wave.quiet = common.quiet;
     for (const auto& [verb, run] : verbs) {
         if (verb->parsed()) {
             return run();
         }
     }
     throw tool::Failure(
-        "say what to do: probe, frame, audio, mix, play, verify or devices; see `framewell --help`",
+        "say what to do: probe, frame, audio, mix, play, verify, cover, sheet, wave or devices; "
+        "see `framewell --help`",
         Exit::Usage);
 }
 

@@ -114,20 +114,6 @@ Image rearranged(const std::uint8_t* data, int row_bytes, int width, int height,
     return image;
 }
 
-// The picture as RGBA; 16 bits per channel if it has them.
-Image to_rgba(const ff::VFrameCtx& picture) {
-    const auto format = static_cast<AVPixelFormat>(picture.format);
-    const std::vector<std::size_t> places = byte_places(format);
-    if (!places.empty()) {
-        return rearranged(picture.data[0], picture.linesize[0], picture.width, picture.height,
-                          places);
-    }
-    const Owned<AVFrame> frame = make_frame(picture.width, picture.height, AV_PIX_FMT_RGBA);
-    convert(picture.data, picture.linesize, format, *frame);
-    return rearranged(frame->data[0], frame->linesize[0], picture.width, picture.height,
-                      byte_places(AV_PIX_FMT_RGBA));
-}
-
 AVPixelFormat format_of(const Image& image) {
     if (image.bytes_per_channel == 2) {
         return image.channels == 4 ? AV_PIX_FMT_RGBA64BE : AV_PIX_FMT_RGB48BE;
@@ -179,15 +165,18 @@ std::vector<std::uint8_t> encode(AVCodecID id, const Image& image, AVPixelFormat
     return {packet->data, packet->data + packet->size};
 }
 
-std::vector<std::uint8_t> file_bytes(FileKind kind, const ff::VFrameCtx& picture, int quarters) {
-    if (kind == FileKind::Raw) {
-        return visible_bytes(picture);
-    }
-    const Image image = without_opaque_alpha(turned(to_rgba(picture), quarters));
+std::vector<std::uint8_t> file_bytes(FileKind kind, const Image& image) {
     if (kind == FileKind::Png) {
         return encode(AV_CODEC_ID_PNG, image, format_of(image));
     }
     return encode(AV_CODEC_ID_MJPEG, image, AV_PIX_FMT_YUVJ420P);
+}
+
+std::vector<std::uint8_t> file_bytes(FileKind kind, const ff::VFrameCtx& picture, int quarters) {
+    if (kind == FileKind::Raw) {
+        return visible_bytes(picture);
+    }
+    return file_bytes(kind, without_opaque_alpha(turned(image_of(picture), quarters)));
 }
 
 [[noreturn]] void fail_writing(const std::string& path, int code) {
@@ -248,6 +237,29 @@ std::vector<std::uint8_t> visible_bytes(const ff::VFrameCtx& picture) {
                                   picture.width, picture.height, 1),
           "copying the picture");
     return bytes;
+}
+
+Image image_of(const ff::VFrameCtx& picture) {
+    const auto format = static_cast<AVPixelFormat>(picture.format);
+    const std::vector<std::size_t> places = byte_places(format);
+    if (!places.empty()) {
+        return rearranged(picture.data[0], picture.linesize[0], picture.width, picture.height,
+                          places);
+    }
+    const Owned<AVFrame> frame = make_frame(picture.width, picture.height, AV_PIX_FMT_RGBA);
+    convert(picture.data, picture.linesize, format, *frame);
+    return rearranged(frame->data[0], frame->linesize[0], picture.width, picture.height,
+                      byte_places(AV_PIX_FMT_RGBA));
+}
+
+void check_image_path(const std::string& path) {
+    if (path == "-" || kind_of(path) == FileKind::Raw) {
+        throw Failure("-o " + path + ": end the name in .png or .jpg", Exit::Usage);
+    }
+}
+
+void write_image(const std::string& path, const Image& image) {
+    write_file(path, file_bytes(kind_of(path), image));
 }
 
 PictureTarget::PictureTarget(const std::string& text, bool many) {

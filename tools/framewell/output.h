@@ -1,5 +1,7 @@
 #pragma once
 
+#include "image.h"
+
 #include <framewell/frame.h>
 
 #include <cstdint>
@@ -14,6 +16,16 @@ namespace tool {
 /// The visible bytes of a picture: its planes in order, rows without padding, as FFmpeg lays out a
 /// raw picture of that format and size. Throws Failure if the picture has no such form.
 std::vector<std::uint8_t> visible_bytes(const ff::VFrameCtx& picture);
+
+/// The picture as interleaved RGBA pixels; 16 bits per channel if it has them.
+Image image_of(const ff::VFrameCtx& picture);
+
+/// Throws Failure (usage) if `path`, what `-o` says, does not end in .png, .jpg or .jpeg.
+void check_image_path(const std::string& path);
+
+/// Writes `image` to the file, of the kind that its name says. A file that cannot be written
+/// completely is removed again, and Failure thrown.
+void write_image(const std::string& path, const Image& image);
 
 /// How a picture is written.
 enum class FileKind { Png, Jpeg, Raw };
