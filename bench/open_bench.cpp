@@ -2,6 +2,7 @@
 
 #include "clips.h"
 #include "comparison.h"
+#include "fresh_names.h"
 
 #include <framewell/ffdecoder.h>
 #include <framewell/movie_info.h>
@@ -11,7 +12,6 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,47 +20,6 @@ namespace {
 
 constexpr int kOpenings = 8;      // per measurement
 constexpr int kLookUps = 100000;  // per measurement
-
-namespace files = std::filesystem;
-
-/// A folder in which every name is a new file for the library, which remembers files by path.
-class FreshNames {
-public:
-    explicit FreshNames(std::string target) : m_target(std::move(target)) {
-        m_folder = bench::cache_folder() + "/names-XXXXXX";
-        if (mkdtemp(m_folder.data()) == nullptr) {
-            std::perror("mkdtemp");
-            std::exit(1);
-        }
-    }
-
-    FreshNames(const FreshNames&) = delete;
-    FreshNames& operator=(const FreshNames&) = delete;
-
-    ~FreshNames() {
-        std::error_code ignored;
-        files::remove_all(m_folder, ignored);
-    }
-
-    std::string next() {
-        std::string name = m_folder + "/" + std::to_string(++m_count) + ".mp4";
-        files::create_symlink(files::absolute(m_target), name);
-        return name;
-    }
-
-    std::vector<std::string> next(int count) {
-        std::vector<std::string> names;
-        for (int i = 0; i < count; ++i) {
-            names.push_back(next());
-        }
-        return names;
-    }
-
-private:
-    std::string m_target;
-    std::string m_folder;
-    int m_count = 0;
-};
 
 /// What a program has to do at least before it can decode a file's pictures.
 bool open_bare(const std::string& path) {
@@ -94,10 +53,13 @@ bool open_and_probe(const std::string& path) {
     return decoder.open(stream);
 }
 
-bench::Side for_each_name(const std::shared_ptr<FreshNames>& names,
-                          bool (*open)(const std::string&)) {
-    return [names, open](benchmark::State& state) {
-        const std::vector<std::string> fresh = names->next(kOpenings);
+bench::Side for_each_name(const std::shared_ptr<bench::FreshNames>& names,
+                          const std::string& target, bool (*open)(const std::string&)) {
+    return [names, target, open](benchmark::State& state) {
+        std::vector<std::string> fresh;
+        for (int i = 0; i < kOpenings; ++i) {
+            fresh.push_back(names->next(target));
+        }
         for ([[maybe_unused]] auto _ : state) {
             for (const std::string& path : fresh) {
                 if (!open(path)) {
@@ -110,15 +72,16 @@ bench::Side for_each_name(const std::shared_ptr<FreshNames>& names,
 }
 
 bench::Row opening_row(const bench::Clip& clip) {
-    const auto names = std::make_shared<FreshNames>(bench::path_of(clip));
+    const auto names = std::make_shared<bench::FreshNames>();
+    const std::string target = bench::path_of(clip);
     return {"open/" + clip.name,
             clip.title + ": probe and open",
             bench::Judge::Ratio,
             7,
             kOpenings,
             1,
-            for_each_name(names, open_and_probe),
-            for_each_name(names, open_bare)};
+            for_each_name(names, target, open_and_probe),
+            for_each_name(names, target, open_bare)};
 }
 
 bench::Row second_probe_row() {

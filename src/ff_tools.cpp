@@ -169,8 +169,8 @@ std::shared_ptr<VFrameCtx> getMovieImage(const char* path, const RequireMvImage&
     }
     const StreamCtx& stream = *decoder->streamContex();
     if (stream.type != StreamType::Video) {
-        FW_LOG(2, "bg", "no cover: the record at the place of stream %d is no video: %s",
-               stream.index, path);
+        FW_LOG(2, "bg", "no cover: stream %d stands at the place of the last video stream",
+               stream.index);
         return nullptr;
     }
     const int divider = cover_divider(stream.width, stream.height, req.max_width, req.max_height);
