@@ -97,7 +97,8 @@ bench::Row covers_row(const std::string& name, const std::string& title,
 }  // namespace
 
 int main(int argc, char** argv) {
-    // How often each clip stands in the list of 50 files: most of what people keep is 1080p.
+    // The target is that of the list; the rows of one kind of file tell where the list spends its
+    // time. How often each clip stands in the list of 50 files: most of what people keep is 1080p.
     std::vector<std::pair<bench::Clip, int>> list{{bench::clip_named("h264_gop30"), 13},
                                                   {bench::clip_named("h264_gop250"), 13},
                                                   {bench::clip_named("hevc"), 7},

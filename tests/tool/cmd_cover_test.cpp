@@ -52,7 +52,7 @@ TEST(CmdCoverTest, TakesItsPlaceFromTheRatio) {
     EXPECT_EQ(pts_of({}), 400000);  // a tenth
     EXPECT_EQ(pts_of({"--ratio", "0.5"}), 2000000);
     EXPECT_EQ(pts_of({"--ratio", "0"}), 0);
-    EXPECT_EQ(pts_of({"--ratio", "1"}), 3966666);
+    EXPECT_EQ(pts_of({"--ratio", "1"}), 3966667);
 }
 
 TEST(CmdCoverTest, GoesOnAfterFilesWithoutACover) {

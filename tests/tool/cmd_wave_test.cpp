@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <limits>
 #include <string>
@@ -120,14 +122,14 @@ using fw_test::ToolResult;
 /// Left: a second of silence, then one of a tone at half scale. Right: silence.
 std::string clip_late_tone() {
     return make_clip("late-tone.wav",
-                     "-f lavfi -i aevalsrc='0.5*sin(2*PI*1000*t)*gte(t,1)|0':s=44100:d=2");
+                     "-f lavfi -i aevalsrc='0.5*sin(2*PI*1000*t)*floor(t)|0':s=44100:d=2");
 }
 
 /// How many pixels of a column from row `top` to `bottom` are of the wave, which is blue.
 std::size_t wave_pixels(const Drawn& wave, std::size_t x, std::size_t top, std::size_t bottom) {
     std::size_t count = 0;
     for (std::size_t y = top; y < bottom; ++y) {
-        count += wave.at(x, y)[2] > 150 ? 1 : 0;
+        count += wave.at(x, y)[2] > 150 ? 1U : 0U;
     }
     return count;
 }
@@ -153,7 +155,7 @@ TEST(CmdWaveTest, DrawsEachChannelOverItsTime) {
     // The inner band of a sine is lighter, and 1 / sqrt(2) of its height.
     std::size_t light = 0;
     for (std::size_t y = 0; y < 49; ++y) {
-        light += wave.at(150, y)[0] > 120 ? 1 : 0;
+        light += wave.at(150, y)[0] > 120 ? 1U : 0U;
     }
     EXPECT_NEAR(static_cast<double>(light), 24 / std::sqrt(2.0), 2);
 }

@@ -22,7 +22,8 @@ TEST(ToolTest, PrintsItsVersion) {
 }
 
 TEST(ToolTest, PrintsTheHelpOfEveryVerb) {
-    for (const char* const verb : {"probe", "frame", "audio", "play", "verify", "devices"}) {
+    for (const char* const verb :
+         {"probe", "frame", "audio", "play", "verify", "cover", "sheet", "wave", "devices"}) {
         const ToolResult result = run_tool({verb, "--help"});
         EXPECT_EQ(result.status, 0);
         EXPECT_NE(result.out.find(std::string("framewell ") + verb), std::string::npos);
@@ -55,8 +56,8 @@ TEST_P(WrongUsageTest, IsOneErrorLineAndStatusTwo) {
 INSTANTIATE_TEST_SUITE_P(
     ToolTest, WrongUsageTest,
     testing::Values(
-        WrongUsage{{}, "probe, frame, audio, mix, play, verify or devices"},
-        WrongUsage{{"-v"}, "probe, frame, audio, mix, play, verify or devices"},
+        WrongUsage{{}, "probe, frame, audio, mix, play, verify, cover, sheet, wave or devices"},
+        WrongUsage{{"-v"}, "probe, frame, audio, mix, play, verify, cover, sheet, wave or devices"},
         WrongUsage{{"show"}, "\"show\""}, WrongUsage{{"--loud"}, "\"--loud\""},
         WrongUsage{{"-v", "--quiet", "devices"}, "--quiet"}, WrongUsage{{"probe"}, "FILE"},
         WrongUsage{{"probe", "a", "--at", "1"}, "--at"}, WrongUsage{{"frame"}, "FILE"},
