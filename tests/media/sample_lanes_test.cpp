@@ -26,6 +26,7 @@ constexpr std::size_t kMaxLength = 130;
 constexpr int kVolumes[] = {0,   1,   2,  63,  64,   65,   127,     128,
                             129, 255, -1, -64, -128, -129, INT_MAX, INT_MIN};
 constexpr std::uint32_t kExtremes32[] = {
+    // whole numbers of every size, and the borders of their halves
     0x00000000,
     0x80000000,
     0x7FFFFFFF,
@@ -38,24 +39,27 @@ constexpr std::uint32_t kExtremes32[] = {
     0x00008000,
     0xFFFF8000,
     0x0000FFFF,
-    0xFFFF0000,  // borders of the
-                 // halves
+    0xFFFF0000,
+    // infinities
     0x7F800000,
-    0xFF800000,  // infinities
+    0xFF800000,
+    // NaNs, quiet and signalling
     0x7FC00000,
     0xFFC00000,
     0x7F800001,
     0xFFBFFFFF,
-    0x7FFFFFFE,  // NaNs, quiet and signalling
+    0x7FFFFFFE,
+    // the largest floats
     0x7F7FFFFF,
     0xFF7FFFFF,
     0x7F7FFFFE,
-    0x73FFFFFF,  // the largest floats
+    0x73FFFFFF,
+    // the smallest
     0x00000002,
     0x007FFFFF,
     0x807FFFFF,
     0x00800000,
-    0x80800000,  // the smallest
+    0x80800000,
     0x3F800000,
     0xBF800000,
     0x3F000000,
@@ -104,7 +108,7 @@ const Path* path_of(const std::string& name) {
     return nullptr;
 }
 
-struct SampleLanesTest : testing::TestWithParam<std::tuple<const char*, std::uint32_t>> {
+struct SampleLanesTest : testing::TestWithParam<std::tuple<std::string, std::uint32_t>> {
     void SetUp() override {
         path = path_of(std::get<0>(GetParam()));
         if (path == nullptr) {
@@ -268,7 +272,7 @@ std::string name_of(const testing::TestParamInfo<SampleLanesTest::ParamType>& in
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, SampleLanesTest,
-                         testing::Combine(testing::Values("SSE2", "AVX2", "NEON"),
+                         testing::Combine(testing::Values(std::string("SSE2"), "AVX2", "NEON"),
                                           testing::Range(0U, kFormats)),
                          name_of);
 
