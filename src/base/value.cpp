@@ -69,10 +69,25 @@ void drop_first(ValueType type, MultiValues* container) {
     }
 }
 
+/// Holds a value from before the first constructor of a static object runs until after the last
+/// destructor: initialised by the compiler, never destroyed.
+union SharedNull {
+    constexpr SharedNull() noexcept : value() {}
+
+    SharedNull(const SharedNull&) = delete;
+    SharedNull& operator=(const SharedNull&) = delete;
+
+    ~SharedNull() {}  // NOLINT(modernize-use-equals-default): that would be deleted
+
+    Value value;
+};
+
+const SharedNull g_shared_null;
+
 }  // namespace
 
 // Constant-initialised and left as it is by its destructor: usable before and after all others.
-const Value Value::m_invalid;
+const Value& Value::m_invalid = g_shared_null.value;
 
 Value::Value(const Value& other) {
     copyValue(&other);

@@ -221,7 +221,7 @@ public:
 
     /// A T_NULL value to refer to where there is no value. It can be used at any time, also by the
     /// constructors and destructors of static objects.
-    static const Value m_invalid;  // NOLINT(readability-identifier-naming): given name
+    static const Value& m_invalid;  // NOLINT(readability-identifier-naming): given name
 
 private:
     union Payload {
