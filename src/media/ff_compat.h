@@ -46,7 +46,10 @@ namespace ff::compat {
 /// Registers all codecs. Nothing to do since 4.0; the call was removed in 5.0.
 inline void register_all() {
 #if FW_HAVE_REGISTER_ALL
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     avcodec_register_all();
+#pragma GCC diagnostic pop
 #endif
 }
 
