@@ -6,6 +6,7 @@
 #include <framewell/media/ffmpeg_error.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace ff {
 
@@ -79,10 +80,10 @@ std::array<std::shared_ptr<AVFrame>, 2> FrameRefitter::fit(const StreamCtx& stre
     if (!m_swr) {
         prepare(stream, in);
     }
-    std::shared_ptr<AVFrame> fitting = convert(stream, frame.get());
-    if (!fitting) {
-        FW_LOG(2, tag, "a frame in another sample format is dropped: %s",
-               ffmpeg_error(AVERROR(EINVAL)));
+    std::shared_ptr<AVFrame> fitting;
+    const int converted = convert(stream, frame.get(), &fitting);
+    if (converted < 0) {
+        FW_LOG(2, tag, "a frame in another sample format is dropped: %s", ffmpeg_error(converted));
     }
     return {rest, fitting};
 }
@@ -91,8 +92,9 @@ std::shared_ptr<AVFrame> FrameRefitter::take_rest(const StreamCtx& stream) {
     if (!m_swr) {
         return nullptr;
     }
-    std::shared_ptr<AVFrame> rest = convert(stream, nullptr);
-    m_swr.reset();  // one that was asked for its rest takes nothing more
+    std::shared_ptr<AVFrame> rest;
+    (void)convert(stream, nullptr, &rest);  // a few samples less, behind frames that went well
+    m_swr.reset();                          // one that was asked for its rest takes nothing more
     return rest;
 }
 
@@ -104,28 +106,29 @@ void FrameRefitter::prepare(const StreamCtx& stream, const compat::AudioShape& i
     }
 }
 
-/// A frame, or without one what is left, through m_swr. Not by swr_convert_frame(), which takes a
-/// frame whose layout is unknown for a changed one (5.1).
-std::shared_ptr<AVFrame> FrameRefitter::convert(const StreamCtx& stream, const AVFrame* frame) {
-    const int given = frame != nullptr ? frame->nb_samples : 0;
-    const int room = m_swr ? std::max(swr_get_out_samples(m_swr.get(), given), 1) : 0;
-    if (room == 0) {
-        return nullptr;
+/// A frame, or without one what is left, through m_swr. `result` is set unless this fails, with a
+/// negative FFmpeg code. Not by swr_convert_frame(), which takes a frame whose layout is unknown
+/// for a changed one (5.1).
+int FrameRefitter::convert(const StreamCtx& stream, const AVFrame* frame,
+                           std::shared_ptr<AVFrame>* result) {
+    if (!m_swr) {
+        return AVERROR(EINVAL);
     }
+    const int given = frame != nullptr ? frame->nb_samples : 0;
+    const int room = std::max(swr_get_out_samples(m_swr.get(), given), 1);
     std::shared_ptr<AVFrame> fitting =
         create_avframe_with(stream.channels, stream.sample_rate, stream.sample_fmt, room);
     if (!fitting || fitting->nb_samples != room) {
-        return nullptr;
+        return AVERROR(ENOMEM);
     }
-    const auto* const* const planes =
-        frame != nullptr ? const_cast<const std::uint8_t**>(frame->extended_data) : nullptr;
-    const int converted = swr_convert(m_swr.get(), fitting->extended_data, room,
-                                      const_cast<const std::uint8_t**>(planes), given);
-    if (converted < 0) {
-        return nullptr;
+    const int converted = swr_convert(
+        m_swr.get(), fitting->extended_data, room,
+        frame != nullptr ? const_cast<const std::uint8_t**>(frame->extended_data) : nullptr, given);
+    if (converted >= 0) {
+        fitting->nb_samples = converted;
+        *result = std::move(fitting);
     }
-    fitting->nb_samples = converted;
-    return fitting;
+    return converted;
 }
 
 }  // namespace ff

@@ -55,7 +55,7 @@ public:
 
 private:
     void prepare(const StreamCtx& stream, const compat::AudioShape& in);
-    std::shared_ptr<AVFrame> convert(const StreamCtx& stream, const AVFrame* frame);
+    int convert(const StreamCtx& stream, const AVFrame* frame, std::shared_ptr<AVFrame>* result);
 
     SwrPtr m_swr;                     // null while frames have the announced form
     compat::AudioShape m_shape_in{};  // what m_swr takes

@@ -134,6 +134,16 @@ CLI::App* add_frame(CLI::App& app, FrameOptions& options) {
     return verb;
 }
 
+/// `formats` must live as long as the parser.
+void add_sample_format(CLI::App& verb, const std::map<std::string, ff::SampleFormat>& formats,
+                       ff::SampleFormat& format) {
+    verb.add_option_function<std::string>(
+            "--format", [&](const std::string& name) { format = formats.at(name); },
+            "sample format (default: s16)")
+        ->check(CLI::IsMember(&formats))
+        ->type_name("FORMAT");
+}
+
 CLI::App* add_audio(CLI::App& app, AudioOptions& options) {
     static const std::map<std::string, ff::SampleFormat> s_formats{{"u8", ff::SampleFormat::U8},
                                                                    {"s16", ff::SampleFormat::S16},
@@ -164,12 +174,7 @@ CLI::App* add_audio(CLI::App& app, AudioOptions& options) {
     verb->add_option("--channels", options.channels, "channels (default: the stream's)")
         ->check(whole_number_from(1))
         ->type_name("C");
-    verb->add_option_function<std::string>(
-            "--format",
-            [&options](const std::string& name) { options.format = s_formats.at(name); },
-            "sample format (default: s16)")
-        ->check(CLI::IsMember(&s_formats))
-        ->type_name("FORMAT");
+    add_sample_format(*verb, s_formats, options.format);
     add_effects(*verb, options.effects, false);
     add_filter(*verb, options.effects);
     verb->add_option("-o", options.out,
@@ -204,12 +209,7 @@ CLI::App* add_mix(CLI::App& app, MixOptions& options) {
     verb->add_option("--channels", options.channels, "channels (default: 2)")
         ->check(whole_number_from(1))
         ->type_name("C");
-    verb->add_option_function<std::string>(
-            "--format",
-            [&options](const std::string& name) { options.format = s_formats.at(name); },
-            "sample format (default: s16)")
-        ->check(CLI::IsMember(&s_formats))
-        ->type_name("FORMAT");
+    add_sample_format(*verb, s_formats, options.format);
     verb->add_option("-o", options.out,
                      "write the mix to a .wav or .raw file. -: raw bytes on standard output")
         ->required()
