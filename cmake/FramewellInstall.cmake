@@ -19,7 +19,7 @@ configure_package_config_file(
     "${PROJECT_BINARY_DIR}/framewellConfig.cmake"
     INSTALL_DESTINATION "${framewell_package_dir}")
 write_basic_package_version_file(
-    "${PROJECT_BINARY_DIR}/framewellConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
+    "${PROJECT_BINARY_DIR}/framewellConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/framewellConfig.cmake"
               "${PROJECT_BINARY_DIR}/framewellConfigVersion.cmake"
               "${PROJECT_SOURCE_DIR}/cmake/FramewellFFmpeg.cmake"

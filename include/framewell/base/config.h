@@ -3,8 +3,8 @@
 /// @file
 /// The ground under every other header: the version of the library and its export macro.
 
-#define FRAMEWELL_VERSION_MAJOR 0
-#define FRAMEWELL_VERSION_MINOR 1
+#define FRAMEWELL_VERSION_MAJOR 1
+#define FRAMEWELL_VERSION_MINOR 0
 #define FRAMEWELL_VERSION_PATCH 0
 
 /// The version as one number that can be compared in a preprocessor condition.
@@ -22,7 +22,7 @@
 
 namespace ff {
 
-/// Returns the version of the library that is loaded, for example "0.1.0".
+/// Returns the version of the library that is loaded, for example "1.0.0".
 /// Compare it with the FRAMEWELL_VERSION_... macros to see whether the headers that a host was
 /// compiled with belong to the library that it runs with.
 /// Thread-safety: safe. The text is static.
