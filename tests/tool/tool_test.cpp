@@ -60,6 +60,7 @@ INSTANTIATE_TEST_SUITE_P(
         WrongUsage{{"-v"}, "probe, frame, audio, mix, play, verify, cover, sheet, wave or devices"},
         WrongUsage{{"show"}, "\"show\""}, WrongUsage{{"--loud"}, "\"--loud\""},
         WrongUsage{{"-v", "--quiet", "devices"}, "--quiet"}, WrongUsage{{"probe"}, "FILE"},
+        WrongUsage{{"--completion", "abacus"}, "abacus"},
         WrongUsage{{"probe", "a", "--at", "1"}, "--at"}, WrongUsage{{"frame"}, "FILE"},
         WrongUsage{{"frame", "a"}, "--at"}, WrongUsage{{"frame", "a", "--at"}, "--at"},
         WrongUsage{{"frame", "a", "b", "--at", "1"}, "\"b\""},

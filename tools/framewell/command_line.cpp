@@ -70,6 +70,21 @@ void add_progress(CLI::App& verb, bool& progress) {
 
 }  // namespace
 
+std::string exit_status_text() {
+    constexpr std::size_t kWidth = 80;
+    std::string text = "Exit status:";
+    std::size_t line_start = 0;
+    for (const ExitMeaning& meaning : kExitMeanings) {
+        const std::string part =
+            std::to_string(static_cast<int>(meaning.status)) + " " + meaning.text;
+        const bool is_full = text.size() - line_start + part.size() + 2 > kWidth;
+        text += is_full ? "\n" : " ";
+        line_start = is_full ? text.size() : line_start;
+        text += part + (meaning.status == kExitMeanings.back().status ? "." : ",");
+    }
+    return text;
+}
+
 void add_common(CLI::App& app, CommonOptions& options) {
     CLI::Option* const verbose =
         app.add_flag("-v,--verbose", options.verbose, "show the library's log on standard error");

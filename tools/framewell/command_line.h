@@ -4,7 +4,27 @@
 
 #include <CLI/CLI.hpp>
 
+#include <array>
+#include <string>
+
 namespace tool {
+
+/// What an exit status tells, for `--help` and the man page.
+struct ExitMeaning {
+    Exit status;
+    const char* text;
+};
+
+inline constexpr std::array<ExitMeaning, 5> kExitMeanings{{
+    {Exit::Done, "done"},
+    {Exit::Failed, "some request had no answer or a file could not be used"},
+    {Exit::Usage, "wrong usage"},
+    {Exit::Differs, "verify found a difference"},
+    {Exit::Interrupted, "interrupted"},
+}};
+
+/// All of them as the foot of `--help`.
+std::string exit_status_text();
 
 /// What every verb understands, before or after its name.
 struct CommonOptions {
@@ -14,6 +34,7 @@ struct CommonOptions {
 
 void add_common(CLI::App& app, CommonOptions& options);
 
+/// A value named FILE, INPUT or OUT is the path of a file: shells complete it.
 /// Each adds a verb whose parsed options go into `options`, which has to live as long as `app`.
 CLI::App* add_probe(CLI::App& app, ProbeOptions& options);
 CLI::App* add_frame(CLI::App& app, FrameOptions& options);

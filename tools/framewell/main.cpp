@@ -1,5 +1,6 @@
 #include "command_line.h"
 #include "commands.h"
+#include "documents.h"
 #include "tool_log.h"
 
 #include <framewell/base/config.h>
@@ -63,10 +64,10 @@ Exit run_tool(int argc, char** argv) {
     for (const auto& [verb, run] : verbs) {
         tool::add_common(*verb, common);
     }
+    tool::DocumentOptions documents;
+    tool::add_documents(app, documents);
     app.require_subcommand(0, 1);
-    app.footer(
-        "Exit status: 0 done, 1 some request had no answer or a file could not be used,\n"
-        "2 wrong usage, 4 verify found a difference, 130 interrupted.");
+    app.footer(tool::exit_status_text());
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -79,6 +80,9 @@ Exit run_tool(int argc, char** argv) {
         return report_usage(error, app);
     }
 
+    if (tool::write_document(app, documents)) {
+        return Exit::Done;
+    }
     tool::set_up_log(common.verbose ? tool::LogMode::Verbose
                      : common.quiet ? tool::LogMode::Quiet
                                     : tool::LogMode::Reasons);
