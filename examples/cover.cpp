@@ -29,6 +29,10 @@ bool write_picture(const ff::VFrameCtx& picture, const std::string& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: cover FILE...\n");
+        return 2;
+    }
     ff::RequireMvImage request;
     request.ratio = 0.1;  // the very first pictures of a movie are often black
     request.max_width = 320;

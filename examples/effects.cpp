@@ -51,12 +51,15 @@ void play_sound(const ff::StreamCtx* stream) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const ff::MovieCtx* const movie = argc == 2 ? ff::FFDecoder::probe(argv[1]) : nullptr;
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: effects FILE\n");
+        return 2;
+    }
+    const ff::MovieCtx* const movie = ff::FFDecoder::probe(argv[1]);
     const ff::StreamCtx* const video = ff::first_stream(movie, ff::StreamType::Video);
     const ff::StreamCtx* const audio = ff::first_stream(movie, ff::StreamType::Audio);
     if (video == nullptr && audio == nullptr) {
-        std::fprintf(stderr, "usage: effects FILE\n");
-        return 1;
+        return 1;  // the log on standard error says why
     }
     if (video != nullptr) {
         play_pictures(video);

@@ -5,7 +5,11 @@
 #include <cstdlib>
 
 int main(int argc, char** argv) {
-    const ff::MovieCtx* movie = argc == 3 ? ff::FFDecoder::probe(argv[1]) : nullptr;
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: frame_at FILE MILLISECONDS > picture.pam\n");
+        return 2;
+    }
+    const ff::MovieCtx* movie = ff::FFDecoder::probe(argv[1]);
     ff::FFDecoder decoder;
     if (!decoder.open(ff::first_stream(movie, ff::StreamType::Video))) {
         return 1;  // the log on standard error says why

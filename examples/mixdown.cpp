@@ -45,12 +45,15 @@ void show_level(const ff::PcmBuffer& block, double seconds) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::FILE* const out = argc > 2 ? std::fopen(argv[1], "wb") : nullptr;
-    if (out == nullptr) {
+    if (argc < 3) {
         std::fprintf(stderr, "usage: mixdown OUT.raw FILE...\n");
-        return 1;
+        return 2;
     }
     const auto sources = open_all(argv + 2, argc - 2);
+    std::FILE* const out = std::fopen(argv[1], "wb");
+    if (out == nullptr) {
+        return 1;
+    }
     ff::AudioMixer mixer(kRate, kChannels, ff::SampleFormat::S16);
     bool good = !sources.empty();
     for (int i = 0; good && i < kSeconds * kRangesPerSecond; i++) {

@@ -54,6 +54,10 @@ void print_movie(const ff::MovieCtx& movie) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::cerr << "usage: probe FILE...\n";
+        return 2;
+    }
     int failures = 0;
     for (int i = 1; i < argc; i++) {
         // The record belongs to the library and lives as long as the process.

@@ -44,11 +44,14 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    const ff::MovieCtx* const movie = argc == 2 ? ff::FFDecoder::probe(argv[1]) : nullptr;
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: scrub FILE\n");
+        return 2;
+    }
+    const ff::MovieCtx* const movie = ff::FFDecoder::probe(argv[1]);
     Display display;        // outlives the decoder, whose callbacks use it
     ff::FFDecoder decoder;  // its destructor waits for a callback that runs
     if (!decoder.open(ff::first_stream(movie, ff::StreamType::Video)) || movie->duration < 0) {
-        std::fprintf(stderr, "usage: scrub FILE\n");
         return 1;
     }
     for (int step = 0; step < kSteps; step++) {

@@ -24,11 +24,14 @@ void write_picture(const ff::VFrameCtx& picture) {
 
 int main(int argc, char** argv) {
     const int count = argc == 3 ? std::atoi(argv[2]) : 0;
-    const ff::MovieCtx* const movie = count > 0 ? ff::FFDecoder::probe(argv[1]) : nullptr;
+    if (count < 1) {
+        std::fprintf(stderr, "usage: thumbnails FILE COUNT > thumbnails.pam\n");
+        return 2;
+    }
+    const ff::MovieCtx* const movie = ff::FFDecoder::probe(argv[1]);
     const ff::StreamCtx* const stream = ff::first_stream(movie, ff::StreamType::Video);
     ff::FFDecoder decoder;
     if (!decoder.open(stream)) {
-        std::fprintf(stderr, "usage: thumbnails FILE COUNT > thumbnails.pam\n");
         return 1;
     }
 

@@ -3,10 +3,11 @@
 /// @file
 /// Runs the built tool and keeps what it printed. Throws std::runtime_error when it cannot.
 
+#include "tests/support/temp_folder.h"
+
 #include <nlohmann/json.hpp>
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -53,31 +54,6 @@ struct ToolResult {
     bool has_one_error_line() const {
         return errors.rfind("framewell: ", 0) == 0 && lines_of(errors).size() == 1;
     }
-};
-
-/// A folder that goes away, with all that is in it, at the end of the scope.
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "framewell-XXXXXX").string();
-        if (::mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("cannot make a folder like " + name);
-        }
-        m_path = name;
-    }
-
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    ~TemporaryFolder() {
-        std::error_code ignored;  // a folder that stays behind does not change a result
-        std::filesystem::remove_all(m_path, ignored);
-    }
-
-    std::string path(const std::string& name) const { return m_path + "/" + name; }
-
-private:
-    std::string m_path;
 };
 
 /// The tool while it runs: a test writes to its standard input and reads its standard output.
