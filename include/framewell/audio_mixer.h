@@ -22,9 +22,12 @@ class AudioMixerPrivate;
 /// and goes back to it when the last holder lets go.
 /// Thread-safety: the mixer writes into the block between its begin() and its end().
 struct FRAMEWELL_API PcmBuffer {
+    /// Makes a record without a block.
     PcmBuffer() = default;
     PcmBuffer(const PcmBuffer&) = delete;
     PcmBuffer& operator=(const PcmBuffer&) = delete;
+
+    /// Gives `data` back to the memory pool.
     ~PcmBuffer();
 
     std::uint8_t* data = nullptr;  ///< owned; 16-byte aligned; may be null while `size` is 0
@@ -63,10 +66,13 @@ public:
 /// Thread-safety: as PcmWriterBase.
 class FRAMEWELL_API PcmWriter final : public PcmWriterBase {
 public:
-    /// `owner` outlives the writer or clears the pointer to itself.
+    /// Makes a writer with an empty queue. Hosts get theirs from AudioMixer::getBuffer().
+    /// @param owner  outlives the writer or clears the pointer to itself.
     explicit PcmWriter(AudioMixerPrivate* owner);
     PcmWriter(const PcmWriter&) = delete;
     PcmWriter& operator=(const PcmWriter&) = delete;
+
+    /// Forgets the samples that are left over.
     ~PcmWriter() override;
 
     bool write(std::shared_ptr<AFrameCtx> frame, int volume) override;
@@ -102,6 +108,8 @@ public:
     AudioMixer(int sample_rate, int channels, SampleFormat format);
     AudioMixer(const AudioMixer&) = delete;
     AudioMixer& operator=(const AudioMixer&) = delete;
+
+    /// Writers that a host still holds refuse what is written to them from now on.
     ~AudioMixer();
 
     /// Opens the next range and clears the block for it: with zero bytes, which are silence except

@@ -83,17 +83,20 @@ FRAMEWELL_API void* swsNew(PixelFormat src, PixelFormat dst, int src_w, int src_
 /// @param dst         planes of the whole result, likewise four. FFmpeg's vector code may write up
 ///                    to 64 bytes behind the last row of a packed picture and read as many behind a
 ///                    source plane: the host's buffers need that much room at their end.
+/// Thread-safety: safe on different handles.
 FRAMEWELL_API void swsConvert(void* handle, const std::uint8_t* const* src, const int* src_stride,
                               int y, int h, std::uint8_t* const* dst, const int* dst_stride);
 
 /// Ends the handle; null is allowed. The scaler inside stays allocated for hosts that have taken it
 /// out of the handle, whose first field it is: the newest 16 of the process do, older ones are
 /// freed. Make few handles and keep them.
+/// Thread-safety: safe; nobody may be using the handle any more.
 FRAMEWELL_API void swsDestroy(void* handle);
 
 /// Fills `linesizes` (four entries) with the bytes that a row of each plane of a picture of this
 /// width needs, without padding. False, with a line in the log (level 2), for a format without an
 /// FFmpeg format, a negative width and a null array.
+/// Thread-safety: safe.
 FRAMEWELL_API bool imageFillLinesizes(int* linesizes, PixelFormat format, int width);
 
 /// Points `data` (four entries) to the planes of a picture of `height` rows of `linesizes` bytes
@@ -101,6 +104,7 @@ FRAMEWELL_API bool imageFillLinesizes(int* linesizes, PixelFormat format, int wi
 /// @return  the bytes that the picture takes; a negative FFmpeg code, with a line in the log (level
 ///          2), for arguments that fit no picture: an unknown format, a height below 1, null
 ///          arrays.
+/// Thread-safety: safe.
 FRAMEWELL_API int imageFillPointers(std::uint8_t** data, PixelFormat format, int height,
                                     std::uint8_t* buffer, const int* linesizes);
 

@@ -9,6 +9,9 @@
 #include <functional>
 #include <memory>
 
+/// @file
+/// The picture and the sound of a file by time: where a host begins.
+
 namespace ff {
 
 class FFDecoderPrivate;
@@ -45,6 +48,7 @@ class FFDecoderPrivate;
 /// decoders: it may run while they are locked.
 class FRAMEWELL_API FFDecoder {
 public:
+    /// Makes a closed decoder.
     FFDecoder();
     FFDecoder(const FFDecoder&) = delete;
     FFDecoder& operator=(const FFDecoder&) = delete;
@@ -78,6 +82,8 @@ public:
     /// callback. Closing a closed decoder does nothing.
     void close();
 
+    /// Returns whether the last open() or reopen() succeeded and close() has not been called since.
+    /// Blocking: waits for a request that is running.
     bool isOpened() const;
 
     /// Returns the stream that was last given to open(), even if it failed; null before.
@@ -101,6 +107,7 @@ public:
     ///          stream has a gap right after a seek. Empty: nothing there, or as getVideoFrame().
     std::shared_ptr<AFrameCtx> getAudioFrame(const RequireAudioFrame& req);
 
+    /// Take the result of a background request, which is never an empty pointer.
     using VideoCallback = std::function<void(std::shared_ptr<VFrameCtx>)>;
     using AudioCallback = std::function<void(std::shared_ptr<AFrameCtx>)>;
 
@@ -132,6 +139,7 @@ public:
     virtual std::shared_ptr<AFrameCtx> pri_getAudioFrame(const RequireAudioFrame& req, int serial);
 
 protected:
+    /// For the library's own subclasses.
     FFDecoderPrivate* d() const { return m_private.get(); }
 
 private:

@@ -6,6 +6,9 @@
 #include <memory>
 #include <string>
 
+/// @file
+/// Playing faster, slower, backwards and through filters.
+
 namespace ff {
 
 /// A decoder for playing with effects: faster or slower, pictures backwards, and through the host's
@@ -25,6 +28,7 @@ namespace ff {
 /// filters one comes first, so that what is stored and what runs belong together.
 class FRAMEWELL_API FFDecoder2 : public FFDecoder {
 public:
+    /// Makes a closed decoder at speed 1, forwards, without filters.
     FFDecoder2();
     FFDecoder2(const FFDecoder2&) = delete;
     FFDecoder2& operator=(const FFDecoder2&) = delete;

@@ -29,7 +29,9 @@ enum class MemoryMode : std::int32_t {
 struct RequireVideoFrame {
     Rational time{0, 1};                     ///< seconds from the movie's start
     PixelFormat format = PixelFormat::Rgba;  ///< of the result; PixelFormat::SeekOnly gives none
-    std::int32_t divider = 1;                ///< 1: full size; n >= 2: each side divided by n
+    /// 1 and less: full size. n >= 2: each side divided by n, then rounded up, the width to a
+    /// multiple of 16 pixels and the height to one of 2; larger than a side: no picture.
+    std::int32_t divider = 1;
     /// Set it to true to give up; tested before every decode call. Null: the decoder fills in its
     /// own flag (hence mutable), which closing the decoder sets. A flag that was filled in by
     /// another decoder counts as null, so one record can be used with many decoders.
@@ -37,6 +39,7 @@ struct RequireVideoFrame {
 };
 
 /// The request for one span of sound. A plain record like RequireVideoFrame.
+/// Thread-safety: as RequireVideoFrame.
 struct RequireAudioFrame {
     Range range{{0, 1}, {0, 1}};              ///< [start, end), seconds from the movie's start
     SampleFormat format = SampleFormat::S16;  ///< of the result; SampleFormat::SeekOnly gives none
@@ -50,33 +53,39 @@ struct RequireAudioFrame {
 /// last holder lets go. It stays valid after the decoder is closed or gone.
 /// Thread-safety: the library never touches a record that it has handed out.
 struct FRAMEWELL_API VFrameCtx {
+    /// Makes a record without a picture.
     VFrameCtx() = default;
     VFrameCtx(const VFrameCtx&) = delete;
     VFrameCtx& operator=(const VFrameCtx&) = delete;
+
+    /// Gives `buffer` back to the memory pool.
     ~VFrameCtx();
 
-    std::int32_t width = 0;  ///< pixels of the stored picture, after division and alignment
-    std::int32_t height = 0;
+    std::int32_t width = 0;         ///< pixels of the stored picture, after division and alignment
+    std::int32_t height = 0;        ///< likewise
     std::int32_t format = -1;       ///< FFmpeg's AVPixelFormat
     std::uint8_t* data[8] = {};     ///< planes, inside `buffer`
     std::int32_t linesize[8] = {};  ///< bytes from one row to the next, a multiple of 32, per plane
     std::int32_t src_width = 0;     ///< pixels of the stream's pictures before division
-    std::int32_t src_height = 0;
-    std::int32_t divider = 1;        ///< the request's
-    std::int64_t pts = 0;            ///< the picture's own time in the file, microseconds
+    std::int32_t src_height = 0;    ///< likewise
+    std::int32_t divider = 1;       ///< the request's
+    std::int64_t pts = 0;           ///< the picture's own time in the file, microseconds
     std::uint8_t* buffer = nullptr;  ///< owned; 16-byte aligned
     std::int32_t size = 0;           ///< bytes in `buffer`
 };
 
 /// One converted span of sound. Ownership and thread-safety as for VFrameCtx.
 struct FRAMEWELL_API AFrameCtx {
+    /// Makes a record without sound.
     AFrameCtx() = default;
     AFrameCtx(const AFrameCtx&) = delete;
     AFrameCtx& operator=(const AFrameCtx&) = delete;
+
+    /// Gives `buffer` back to the memory pool.
     ~AFrameCtx();
 
-    std::int32_t channels = 0;
-    std::int32_t sample_rate = 0;    ///< Hz
+    std::int32_t channels = 0;       ///< in `data`; the request's
+    std::int32_t sample_rate = 0;    ///< Hz; the request's
     std::int32_t format = -1;        ///< FFmpeg's AVSampleFormat
     std::int32_t planar = 0;         ///< 1 if `format` is planar, else 0
     std::uint8_t* data[8] = {};      ///< one pointer (packed) or one per channel (planar)
@@ -98,12 +107,14 @@ FRAMEWELL_API int getImageDivider(MemoryMode mode, int width, int height);
 /// Empty: out of memory. A frame that was to have samples but whose parameters give no size, or for
 /// which there was no memory, comes back without data and with `nb_samples` 0.
 /// @param format  FFmpeg's AVSampleFormat.
+/// Thread-safety: safe.
 FRAMEWELL_API std::shared_ptr<AVFrame> create_avframe_with(int channels, int sample_rate,
                                                            int format, int nb_samples);
 
 /// Returns a new record of `nb_samples` samples of silence in the form that `req` asks for, its
 /// `pts` from the start of the request's range. With no samples, or with a form that has no size,
 /// the record comes with `nb_samples` 0, `size` 0 and a null `buffer`.
+/// Thread-safety: safe.
 FRAMEWELL_API std::shared_ptr<AFrameCtx> create_audioframe_ctx(const RequireAudioFrame& req,
                                                                int nb_samples);
 

@@ -5,6 +5,9 @@
 
 #include <atomic>
 
+/// @file
+/// What is in a file.
+
 namespace ff {
 
 /// Returns what is in the file at `path`: its streams, durations, sizes, rates, rotation and
@@ -18,8 +21,10 @@ namespace ff {
 ///                kept all the same, with the duration that was reached.
 /// @return        a record that lives as long as the process and that everybody may read; null if
 ///                the file cannot be opened.
-/// Logged (tag "bg"): "can't open input file" at level 2; at levels 2 and 3 what was corrected.
+/// Logged (tag "bg"): "can't open input file" at level 2; at levels 2 and 3 what was corrected; at
+/// level 5 that the record came from the cache.
 /// Thread-safety: safe; different files are probed in parallel. Same as FFDecoder::probe().
+/// Blocking: reads and decodes on the calling thread, a whole stream where the duration is unknown.
 FRAMEWELL_API MovieCtx* getMovieInfo(const char* path, std::atomic<bool>* cancel = nullptr);
 
 }  // namespace ff

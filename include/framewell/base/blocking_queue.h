@@ -27,6 +27,7 @@ namespace mox {
 template <class T>
 class BlockingQueue {
 public:
+    /// Makes an empty, open queue.
     /// @param release  called by clear() for each element that it discards; may be empty.
     explicit BlockingQueue(std::function<void(T&)> release = {}) : m_release(std::move(release)) {}
 
@@ -54,8 +55,9 @@ public:
     /// Takes the oldest element, or looks at it.
     /// @param item        gets the element: moved out of the queue if `remove`, else copied.
     /// @param wait        true: waits for an element without limit.
-    /// @param timeout_ms  without `wait`: waits once, this many milliseconds at most; 0: not at
-    /// all.
+    /// @param timeout_ms  without `wait`: waits once, at most this many milliseconds; 0 is not at
+    ///                    all.
+    /// @param remove      whether the element leaves the queue.
     /// @return  0; 1: the queue is aborted, even if elements remain; 2: nothing came in time.
     int _get_front_(T& item, bool wait, unsigned int timeout_ms, bool remove) {
         if (m_aborted.load(std::memory_order_acquire)) {

@@ -3,12 +3,17 @@
 /// @file
 /// The ground under every other header: the version of the library and its export macro.
 
+/// The version of the headers, as three numbers; CHANGELOG.md says what each of them promises.
 #define FRAMEWELL_VERSION_MAJOR 1
+/// See FRAMEWELL_VERSION_MAJOR.
 #define FRAMEWELL_VERSION_MINOR 0
+/// See FRAMEWELL_VERSION_MAJOR.
 #define FRAMEWELL_VERSION_PATCH 0
 
-/// The version as one number that can be compared in a preprocessor condition.
+/// Makes one number of a version, for preprocessor conditions:
+/// `#if FRAMEWELL_VERSION >= FRAMEWELL_VERSION_NUMBER(1, 2, 0)`.
 #define FRAMEWELL_VERSION_NUMBER(major, minor, patch) ((major)*1000000 + (minor)*1000 + (patch))
+/// The version of the headers as one number; see FRAMEWELL_VERSION_NUMBER().
 #define FRAMEWELL_VERSION                                                      \
     FRAMEWELL_VERSION_NUMBER(FRAMEWELL_VERSION_MAJOR, FRAMEWELL_VERSION_MINOR, \
                              FRAMEWELL_VERSION_PATCH)

@@ -18,6 +18,7 @@ namespace mox {
 struct DataPrivate {
     /// What happens to a stored value that leaves the map: nothing but its own destructor.
     struct ReleaseVal {
+        /// Does nothing.
         void operator()(Value& /*value*/) const {}
     };
 };
@@ -29,11 +30,13 @@ struct DataPrivate {
 template <class T, class Release>
 class ReadWriteMap : public ReadWriteMutex {
 public:
+    /// Makes an empty map.
     ReadWriteMap() : ReadWriteMutex(false) { m_values.max_load_factor(1.0F); }
 
     ReadWriteMap(const ReadWriteMap&) = delete;
     ReadWriteMap& operator=(const ReadWriteMap&) = delete;
 
+    /// Releases all values. No thread may be using the map any more.
     ~ReadWriteMap() override {
         for (auto& entry : m_values) {
             Release()(entry.second);
@@ -85,6 +88,7 @@ private:
     std::unordered_map<std::string, T> m_values;  // guarded by the lock that this is
 };
 
+/// The map behind Data; compiled once, in the library.
 extern template class FRAMEWELL_API ReadWriteMap<Value, DataPrivate::ReleaseVal>;
 
 /// The store that framewell reads its settings from:
@@ -94,7 +98,8 @@ extern template class FRAMEWELL_API ReadWriteMap<Value, DataPrivate::ReleaseVal>
 /// - "dec.max_vf": pictures that each decoding worker keeps (default 8)
 /// - "dec.max_af": audio frames that each decoding worker keeps (default 500)
 ///
-/// A worker reads them when it is made. Other names are the host's own.
+/// A worker reads them when it is made, which a decoder's open() does. Other names are the host's
+/// own.
 ///
 /// Thread-safety: safe.
 class FRAMEWELL_API Data {

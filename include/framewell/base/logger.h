@@ -61,6 +61,7 @@ public:
     using Callback = std::function<void(const char* tag, int level, const char* file, int line,
                                         const char* message)>;
 
+    /// The level up to which a new logger passes messages.
     static constexpr int kDefaultLevel = MoxLogError;
 
     /// Makes a logger on standard error that passes levels up to kDefaultLevel.
@@ -105,11 +106,13 @@ public:
     static int make_prefix(char* buf, int size, const char* tag, MoxLogLevel level,
                            const char* file, int line);
 
+    /// Returns the level that was set last.
     int level() const { return m_level.load(std::memory_order_relaxed); }
 
     /// Drops messages above `level` from now on; below 0 drops all. No effect on a callback.
     void setLevel(int level) { m_level.store(level, std::memory_order_relaxed); }
 
+    /// Returns the stream that lines go to.
     std::FILE* stream() const { return m_stream.load(std::memory_order_acquire); }
 
     /// Sends lines to `stream` from now on; null: standard error. The host closes it, after no

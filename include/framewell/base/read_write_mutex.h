@@ -12,6 +12,7 @@ namespace mox {
 struct ReadWriteMutexRecursivePrivate;
 
 /// What a reader/writer lock can do.
+/// Thread-safety: safe.
 class FRAMEWELL_API _AbstractReadWriteMutex {  // NOLINT(bugprone-reserved-identifier): given name
 public:
     _AbstractReadWriteMutex() = default;
@@ -19,9 +20,9 @@ public:
     _AbstractReadWriteMutex& operator=(const _AbstractReadWriteMutex&) = delete;
     virtual ~_AbstractReadWriteMutex();
 
-    virtual void lock_read() = 0;
-    virtual void lock_write() = 0;
-    virtual void unlock() = 0;
+    virtual void lock_read() = 0;   ///< waits until the lock can be held for reading
+    virtual void lock_write() = 0;  ///< waits until the lock can be held for writing
+    virtual void unlock() = 0;      ///< ends one hold
 };
 
 /// Any number of readers, or one writer. A reader waits for a writer that is only waiting itself,
@@ -34,10 +35,13 @@ public:
 /// Thread-safety: safe. Use ReadLocker and WriteLocker rather than the operations themselves.
 class FRAMEWELL_API ReadWriteMutex : public _AbstractReadWriteMutex {
 public:
+    /// Makes a lock that nobody holds.
     /// @param recursive  kept with the lock; the lock is not re-entrant either way.
     explicit ReadWriteMutex(bool recursive = false);
     ReadWriteMutex(const ReadWriteMutex&) = delete;
     ReadWriteMutex& operator=(const ReadWriteMutex&) = delete;
+
+    /// Nobody may hold the lock or wait for it any more.
     ~ReadWriteMutex() override;
 
     /// Waits until no writer holds the lock or waits for it, then holds it for reading.
@@ -54,8 +58,13 @@ private:
 };
 
 /// Holds a lock for reading until it is destroyed.
+///
+///     const mox::ReadLocker lock(&mutex);  // other readers may come in
+///
+/// Thread-safety: one thread, the one that made it.
 class ReadLocker {
 public:
+    /// Waits for the lock.
     /// @param mutex  borrowed; null: nothing is locked.
     explicit ReadLocker(ReadWriteMutex* mutex) : m_mutex(mutex) {
         if (m_mutex != nullptr) {
@@ -67,6 +76,7 @@ public:
     ReadLocker(const ReadLocker&) = delete;
     ReadLocker& operator=(const ReadLocker&) = delete;
 
+    /// Ends the hold, unless unlock() has.
     ~ReadLocker() { unlock(); }
 
     /// Ends the hold early.
@@ -83,8 +93,10 @@ private:
 };
 
 /// Holds a lock for writing until it is destroyed.
+/// Thread-safety: one thread, the one that made it.
 class WriteLocker {
 public:
+    /// Waits for the lock.
     /// @param mutex  borrowed; null: nothing is locked.
     explicit WriteLocker(ReadWriteMutex* mutex) : m_mutex(mutex) {
         if (m_mutex != nullptr) {
@@ -95,6 +107,7 @@ public:
     WriteLocker(const WriteLocker&) = delete;
     WriteLocker& operator=(const WriteLocker&) = delete;
 
+    /// Ends the hold.
     ~WriteLocker() {
         if (m_mutex != nullptr) {
             m_mutex->unlock();

@@ -15,9 +15,9 @@ namespace mox {
 /// Values by name, things to call and a text, which live as long as the library is loaded.
 /// Thread-safety: one thread at a time.
 struct Statics {
-    std::map<std::string, std::string> values;
-    std::list<std::function<void()>> actions;  ///< never called by the library
-    std::string text;
+    std::map<std::string, std::string> values;  ///< by any names
+    std::list<std::function<void()>> actions;   ///< never called by the library
+    std::string text;                           ///< any
 };
 
 /// Made when the library is loaded, destroyed when it is unloaded. The library itself never reads

@@ -47,6 +47,7 @@ public:
     /// first use and never destroyed.
     static Func_Tracer* instance(Func_Tracer* tracer = nullptr);
 
+    /// Returns whether calls are drawn.
     bool enabled() const;
 
     /// Turns drawing on or off. Turned on anew, the tree begins at its root; calls that are running
@@ -73,8 +74,10 @@ private:
 };
 
 /// One traced call: draws its end when it is destroyed.
+/// Thread-safety: one thread, the one that made it.
 class FRAMEWELL_API TCell {
 public:
+    /// Takes what deep_out() is to be called with at the end of the scope.
     /// @param tracer  borrowed; null: nothing is drawn.
     /// @param start   what the tracer's deep_in() returned.
     TCell(Func_Tracer* tracer, unsigned int thread_id, int line, long long start)
@@ -82,6 +85,7 @@ public:
 
     TCell(const TCell&) = delete;
     TCell& operator=(const TCell&) = delete;
+    /// Draws the end of the call.
     ~TCell();
 
 private:
@@ -92,14 +96,20 @@ private:
 };
 
 /// Calls a function when its scope ends. An exception from the function ends the process.
+///
+///     const mox::Defer closing([file] { std::fclose(file); });
+///
+/// Thread-safety: one thread at a time.
 class Defer {
 public:
+    /// Keeps the function.
     /// @param action  may be empty: nothing is called.
     explicit Defer(std::function<void()> action) : m_action(std::move(action)) {}
 
     Defer(const Defer&) = delete;
     Defer& operator=(const Defer&) = delete;
 
+    /// Calls the function.
     ~Defer() {
         if (m_action) {
             m_action();

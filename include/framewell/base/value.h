@@ -75,10 +75,10 @@ class ValueMap;
 
 /// What a Value holds. The numbers are fixed; others have no meaning and are never stored.
 enum ValueType : std::uint16_t {
-    T_NULL = 0,  ///< nothing
-    T_BOOL = 1,
-    T_INT = 2,  ///< signed, 64 bits
-    T_DOUBLE = 3,
+    T_NULL = 0,      ///< nothing
+    T_BOOL = 1,      ///< true or false
+    T_INT = 2,       ///< signed, 64 bits
+    T_DOUBLE = 3,    ///< a double
     T_STRING = 4,    ///< one byte or more
     T_MAP = 5,       ///< owns a ValueMap
     T_LIST = 6,      ///< owns a ValueArray
@@ -105,10 +105,16 @@ class FRAMEWELL_API Value {
 public:
     /// Makes a T_NULL value.
     constexpr Value() noexcept = default;
+
+    /// Makes a deep copy; T_NULL in place of a text for which memory runs out.
     Value(const Value& other);
-    Value(Value&& other) noexcept;
     Value& operator=(const Value& other);
+
+    /// Takes everything over and leaves T_NULL behind.
+    Value(Value&& other) noexcept;
     Value& operator=(Value&& other) noexcept;
+
+    /// Lets go of what the value owns.
     virtual ~Value();
 
     /// Returns the tagged form; empty if memory runs out.
@@ -136,6 +142,8 @@ public:
     ///                  told on standard error with the text from there on.
     bool readJson(const char* text, int* consumed);
 
+    /// Gives a value of the type that belongs to the arguments: T_BOOL, T_INT, T_DOUBLE, and those
+    /// of two and four numbers.
     static Value boolean(bool value);
     static Value integer(long long value);
     static Value number(double value);
@@ -151,6 +159,7 @@ public:
     /// Gives a T_ERROR. A message that string() would refuse is left out.
     static Value error(long long code, std::string_view message);
 
+    /// Gives a T_POINTER.
     static Value pointer(void* pointer);
 
     /// Gives a T_PTR to `length` bytes that must outlive the value and all of its copies.
@@ -160,18 +169,21 @@ public:
     static Value list(std::list<Value>&& items);
     static Value map(std::map<std::string, Value>&& items);
 
+    /// Returns what the value holds.
     ValueType type() const { return m_type; }
 
+    /// Returns whether the value holds nothing.
     bool isNull() const { return m_type == T_NULL; }
 
-    // Each gives what it is named after if the value is exactly of that type, else `fallback`.
-
+    /// Returns what the function is named after if the value is exactly of that type, else
+    /// `fallback`. toInteger() converts.
     bool asBool(bool fallback = false) const;
     long long asInteger(long long fallback = 0) const;
     double asNumber(double fallback = 0) const;
     void* asPointer(void* fallback = nullptr) const;
 
-    /// Returns two or four numbers, owned by the value; null if the type is another.
+    /// Returns two or four numbers, owned by the value and good until it changes; null if the type
+    /// is another.
     const std::int32_t* asInt2() const;
     const std::int32_t* asInt4() const;
     const double* asDouble2() const;
@@ -258,6 +270,7 @@ private:
 
 /// What the two containers have in common. The text forms are as for Value; reading wants a
 /// container of the same kind and replaces all elements, by none if it fails.
+/// Thread-safety: as for Value.
 class FRAMEWELL_API MultiValues {
 public:
     MultiValues() = default;
@@ -265,14 +278,20 @@ public:
     MultiValues& operator=(const MultiValues&) = delete;
     virtual ~MultiValues();
 
+    /// As Value::write().
     virtual std::string write() const = 0;
+
+    /// As Value::read().
     virtual bool read(const char* text, int* consumed) = 0;
 
     /// Returns a new container of the same class with deep copies of all elements, owned by the
     /// caller.
     virtual MultiValues* clone() const = 0;
 
+    /// As Value::readJson().
     virtual bool readJson(const char* text, int* consumed) = 0;
+
+    /// As Value::writeJson().
     virtual std::string writeJson(bool pretty, int indent) const = 0;
 };
 
@@ -280,6 +299,7 @@ public:
 /// Thread-safety: as for Value.
 class FRAMEWELL_API ValueArray final : public MultiValues {
 public:
+    /// Makes an empty list.
     ValueArray();
     ValueArray(const ValueArray&) = delete;
     ValueArray& operator=(const ValueArray&) = delete;
@@ -294,6 +314,7 @@ public:
     /// The elements, to be read and changed.
     std::list<Value>& items() { return *m_items; }
 
+    /// The elements, to be read.
     const std::list<Value>& items() const { return *m_items; }
 
     /// Returns the element at a position from 0, or Value::m_invalid. Takes time in proportion to
@@ -311,6 +332,7 @@ private:
 /// Thread-safety: as for Value.
 class FRAMEWELL_API ValueMap final : public MultiValues {
 public:
+    /// Makes an empty map.
     ValueMap();
     ValueMap(const ValueMap&) = delete;
     ValueMap& operator=(const ValueMap&) = delete;
@@ -325,6 +347,7 @@ public:
     /// The entries, to be read and changed.
     std::map<std::string, Value>& items() { return *m_items; }
 
+    /// The entries, to be read.
     const std::map<std::string, Value>& items() const { return *m_items; }
 
     /// Returns the value of `key`, or Value::m_invalid if there is none.

@@ -2,6 +2,9 @@
 
 #include <framewell/base/config.h>
 
+/// @file
+/// FFmpeg's error codes as texts.
+
 namespace ff {
 
 /// Returns FFmpeg's text for its error code `errnum` ("End of file"), or "Error number N occurred"

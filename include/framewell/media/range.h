@@ -18,8 +18,8 @@ struct FRAMEWELL_API Range {
     /// Enough bytes for what toString() writes about any value.
     static constexpr std::size_t kTextSize = 96;
 
-    Rational start;
-    Rational end;
+    Rational start;  ///< seconds, the first moment of the span
+    Rational end;    ///< seconds, the first moment after it
 
     /// Shifts both bounds by `r` seconds.
     Range& operator+=(const Rational& r);
@@ -31,8 +31,10 @@ struct FRAMEWELL_API Range {
     Range& operator*=(const Rational& r);
     Range& operator/=(const Rational& r);
 
+    /// True if both bounds are equal as Rational compares them, in whatever form.
     bool operator==(const Range& other) const;
 
+    /// The opposite of `==`.
     bool operator!=(const Range& other) const { return !(*this == other); }
 
     /// Returns the hull: from the lower start to the higher end. Of two equal bounds it takes the
@@ -53,12 +55,14 @@ struct FRAMEWELL_API XRect {
     /// Enough bytes for what toString() writes about any value.
     static constexpr std::size_t kTextSize = 128;
 
-    Range rg;
-    int y = 0;
-    int h = 0;
+    Range rg;   ///< the span of time
+    int y = 0;  ///< its first row
+    int h = 0;  ///< number of rows
 
+    /// True if span and rows are equal.
     bool operator==(const XRect& other) const;
 
+    /// The opposite of `==`.
     bool operator!=(const XRect& other) const { return !(*this == other); }
 
     /// Returns the smallest rectangle around both. An empty one (less than one row, a bound with

@@ -31,8 +31,8 @@ struct Rational {
     /// Enough bytes for what toString() writes about any value.
     static constexpr std::size_t kTextSize = 44;
 
-    std::int64_t num = 0;
-    std::int64_t den = 1;
+    std::int64_t num = 0;  ///< numerator
+    std::int64_t den = 1;  ///< denominator; may be negative, and 0
 
     /// Product and quotient in lowest terms (up to the sign, see gcd()); 0/0 when either field of
     /// the result would be 0.
@@ -43,18 +43,23 @@ struct Rational {
     constexpr Rational operator+(const Rational& rhs) const;
     constexpr Rational operator-(const Rational& rhs) const;
 
+    /// `*this = *this * rhs`, and likewise for the other three.
     constexpr Rational& operator*=(const Rational& rhs) { return *this = *this * rhs; }
 
+    /// See `*=`.
     constexpr Rational& operator/=(const Rational& rhs) { return *this = *this / rhs; }
 
+    /// See `*=`.
     constexpr Rational& operator+=(const Rational& rhs) { return *this = *this + rhs; }
 
+    /// See `*=`.
     constexpr Rational& operator-=(const Rational& rhs) { return *this = *this - rhs; }
 
     /// True for equal values in any form (1/2 and 2/4). A denominator of 0 equals only another 0
     /// with the same numerator.
     constexpr bool operator==(const Rational& rhs) const;
 
+    /// The opposite of `==`.
     constexpr bool operator!=(const Rational& rhs) const { return !(*this == rhs); }
 
     /// Order by the sign of the difference, so a zero operand compares by the rules of `-`:

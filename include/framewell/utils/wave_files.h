@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+/// @file
+/// Bare sound on disk, one file per channel.
+
 namespace ff {
 
 /// Keeps one stream of raw PCM in a set of plain files, one per plane (for planar formats, one per
@@ -30,6 +33,7 @@ namespace ff {
 /// Thread-safety: one thread at a time.
 class FRAMEWELL_API WaveFiles {
 public:
+    /// Makes a store with nothing open.
     WaveFiles() = default;
     WaveFiles(const WaveFiles&) = delete;
     WaveFiles& operator=(const WaveFiles&) = delete;
