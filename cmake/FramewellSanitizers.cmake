@@ -10,6 +10,15 @@ elseif(FRAMEWELL_SANITIZE)
                         "\"thread\" or empty")
 endif()
 
+if(FRAMEWELL_BUILD_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR "Fuzzers are built with clang++: set CMAKE_CXX_COMPILER")
+    endif()
+    if(NOT FRAMEWELL_SANITIZE STREQUAL "address")
+        message(FATAL_ERROR "A fuzzer sees little without FRAMEWELL_SANITIZE=address")
+    endif()
+endif()
+
 add_library(framewell_sanitizers INTERFACE)
 if(FRAMEWELL_SANITIZE)
     target_compile_options(framewell_sanitizers INTERFACE
@@ -18,4 +27,8 @@ if(FRAMEWELL_SANITIZE)
     target_compile_options(framewell_sanitizers INTERFACE
                            $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_link_options(framewell_sanitizers INTERFACE ${FRAMEWELL_SANITIZE_FLAGS})
+endif()
+if(FRAMEWELL_BUILD_FUZZ)
+    # Counts the edges that a run takes; the fuzzer itself comes with the programs' main.
+    target_compile_options(framewell_sanitizers INTERFACE -fsanitize=fuzzer-no-link)
 endif()

@@ -1,0 +1,25 @@
+// What every fuzzer does once, before its first input.
+
+extern "C" {
+#include <libavutil/log.h>
+#include <libavutil/mem.h>
+}
+
+#include <framewell/base/logger.h>
+
+#include <cstddef>
+#include <cstdio>
+
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    // A damaged header announces pictures of gigabytes. Those fail as they do on a small machine.
+    constexpr std::size_t largest_block = std::size_t{64} << 20;
+    av_max_alloc(largest_block);
+
+    // Lines are made as always, so that what makes them is tried as well, but nobody reads them.
+    av_log_set_level(AV_LOG_QUIET);
+    mox::Logger::instance()->setStream(std::fopen("/dev/null", "w"));
+    mox::Logger::instance()->setLevel(mox::MoxLogVerbose);
+    return 0;
+}
