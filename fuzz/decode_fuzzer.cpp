@@ -20,7 +20,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -36,17 +35,6 @@ using fuzz::expect;
 constexpr int kMaxSteps = 24;
 constexpr int kDecoders = 2;
 
-std::atomic<unsigned> g_sum{0};  // keeps reading results from being optimised away
-
-/// Reads all of a buffer, which AddressSanitizer watches.
-void touch(const std::uint8_t* bytes, int size) {
-    unsigned sum = 0;
-    for (int i = 0; i < size; ++i) {
-        sum += bytes[i];
-    }
-    g_sum += sum;
-}
-
 void check(const std::shared_ptr<ff::VFrameCtx>& picture) {
     if (picture == nullptr) {
         return;
@@ -56,7 +44,7 @@ void check(const std::shared_ptr<ff::VFrameCtx>& picture) {
                picture->data[0] + std::ptrdiff_t{picture->linesize[0]} * picture->height <=
                    picture->buffer + picture->size,
            "a picture lies in its buffer");
-    touch(picture->buffer, picture->size);
+    fuzz::touch(picture->buffer, picture->size);
 }
 
 void check(const std::shared_ptr<ff::AFrameCtx>& sound) {
@@ -66,7 +54,7 @@ void check(const std::shared_ptr<ff::AFrameCtx>& sound) {
     expect(sound->nb_samples >= 0 && sound->size >= 0, "sound has no negative length");
     expect((sound->buffer == nullptr) == (sound->nb_samples == 0), "samples have a buffer");
     expect(sound->nb_samples == 0 || sound->linesize[0] <= sound->size, "sound lies in its buffer");
-    touch(sound->buffer, sound->size);
+    fuzz::touch(sound->buffer, sound->size);
 }
 
 Rational take_time(ByteScript& script) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace fuzz {
 
@@ -12,6 +14,13 @@ inline void expect(bool holds, const char* rule) {
         (void)std::fprintf(stderr, "broken: %s\n", rule);
         std::abort();
     }
+}
+
+/// Reads all of a buffer of `size` bytes, which AddressSanitizer watches.
+inline void touch(const void* bytes, int size) {
+    const void* const volatile same = bytes;  // or the compiler would know the answer
+    expect(size == 0 || std::memcmp(bytes, same, static_cast<std::size_t>(size)) == 0,
+           "all of a buffer can be read");
 }
 
 }  // namespace fuzz

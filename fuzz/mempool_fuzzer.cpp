@@ -129,7 +129,7 @@ unsigned take_size(ByteScript& script) {
 }
 
 unsigned take_alignment(ByteScript& script) {
-    constexpr unsigned alignments[] = {16, 8, 32, 64, 4096, 0, 1, 3, 4, 24, 0x80000000U};
+    constexpr unsigned alignments[] = {16, 8, 32, 64, 4096, 0, 1, 3, 4, 24, 1U << 20};
     return script.one_of(alignments);
 }
 

@@ -40,8 +40,8 @@ int bytes_per_sample(const Form& form) {
 }
 
 Form take_form(ByteScript& script, const Form& usual) {
-    constexpr int rates[] = {44100, 8000, 48000, 1, 0, -1, 192000};
-    constexpr int channels[] = {2, 1, 6, 8, 0, -1, 64};
+    constexpr int rates[] = {44100, 8000, 48000, 1, 0, -1, 11025};
+    constexpr int channels[] = {2, 1, 6, 8, 0, -1, 3};
     constexpr SampleFormat formats[] = {SampleFormat::S16,  SampleFormat::U8,
                                         SampleFormat::S32,  SampleFormat::Flt,
                                         SampleFormat::None, SampleFormat::SeekOnly};
@@ -56,7 +56,13 @@ bool is_mixable(const Form& form) {
            form.format <= SampleFormat::Flt;
 }
 
-/// A mixer and its ranges. Of a run of ranges it knows how many samples its blocks must have.
+/// Whether the first byte is 0 and each equals the next; by memcmp, since blocks may be large.
+bool is_zero(const ff::PcmBuffer& block) {
+    return block.data[0] == 0 &&
+           std::memcmp(block.data, block.data + 1, static_cast<std::size_t>(block.size) - 1) == 0;
+}
+
+/// A mixer and its ranges.
 class Scene {
 public:
     explicit Scene(const Form& form)
@@ -69,9 +75,7 @@ public:
         expect(block != nullptr && block->size >= 0 && block->size <= block->capacity,
                "a block has room for what it holds");
         expect(block->size == 0 || is_mixable(m_form), "nothing is mixed in a form without a size");
-        for (int i = 0; i < block->size; ++i) {
-            expect(block->data[i] == 0, "a block begins with zeros");
-        }
+        expect(block->size == 0 || is_zero(*block), "a block begins with zeros");
         m_mixer.begin(range);  // counts anew unless it is empty
     }
 
@@ -114,11 +118,7 @@ public:
         }
         expect(block->size % std::max(1, bytes_per_sample(m_form)) == 0,
                "a block ends with a whole sample");
-        unsigned sum = 0;
-        for (int i = 0; i < block->size; ++i) {
-            sum += block->data[i];  // all of it can be read
-        }
-        m_sum = m_sum + sum;
+        fuzz::touch(block->data, block->size);
     }
 
     std::shared_ptr<ff::PcmWriterBase> last_writer() const { return m_last; }
@@ -129,7 +129,6 @@ private:
     Range m_range{{0, 0}, {0, 0}};
     char m_keys[kSources] = {};
     std::shared_ptr<ff::PcmWriterBase> m_last;
-    volatile unsigned m_sum = 0;
 };
 
 /// Mostly a part of a second; a block of a second at the most, so that a script comes to its end.
@@ -193,7 +192,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     ByteScript script(data, size);
-    const Form form = take_form(script, {48000, 2, SampleFormat::S16});
+    const Form form = take_form(script, {8000, 2, SampleFormat::S16});
     check_run(script, form);
     std::shared_ptr<ff::PcmWriterBase> left_over;
     {
