@@ -13,8 +13,8 @@ struct Yield {
     std::int32_t streams = 0;
     std::int32_t requests = 0;
     std::int32_t pictures = 0;
-    std::int32_t spans = 0;  ///< of sound, with at least one sample
-    char step[160] = {};     ///< what is going on, or went on last
+    std::int32_t spans = 0;       ///< of sound, with at least one sample
+    char step[160] = {};          ///< what is going on, or went on last
     const char* wrong = nullptr;  ///< what a result had that none may have: a constant text
 };
 
