@@ -2,25 +2,34 @@
 # that link the static library, by the installed package.
 
 # framewell_find_ffmpeg(LIBRARY LOWEST BEYOND ...): finds these libraries through pkg-config. LOWEST
-# is the oldest version that is accepted, BEYOND the first major version that is not.
+# is the oldest version that is accepted, BEYOND the first major version that is not. One message
+# tells of all libraries that are missing or outside of this window.
 function(framewell_find_ffmpeg)
     find_package(PkgConfig REQUIRED)
-    set(modules "")
+    set(libraries "")
+    set(complaints "")
     set(arguments ${ARGN})
     while(arguments)
         list(POP_FRONT arguments library lowest beyond)
-        list(APPEND modules "${library}>=${lowest}")
-        set(${library}_beyond "${beyond}")
         list(APPEND libraries "${library}")
-    endwhile()
-    pkg_check_modules(FRAMEWELL_FFMPEG REQUIRED ${modules})
-    foreach(library IN LISTS libraries)
-        set(found "${FRAMEWELL_FFMPEG_${library}_VERSION}")
-        if(NOT found VERSION_LESS "${${library}_beyond}")
-            message(FATAL_ERROR "framewell works with FFmpeg 4.2 to 7.1; ${library} ${found} is "
-                                "newer (first unknown version: ${${library}_beyond})")
+        pkg_check_modules(FRAMEWELL_FFMPEG_${library} QUIET "${library}")
+        set(wanted "wanted ${lowest} or newer, but older than ${beyond}")
+        if(NOT FRAMEWELL_FFMPEG_${library}_FOUND)
+            string(APPEND complaints "  ${library}: not found, ${wanted}\n")
+            continue()
         endif()
-    endforeach()
+        set(found "${FRAMEWELL_FFMPEG_${library}_VERSION}")
+        if(found VERSION_LESS lowest OR NOT found VERSION_LESS beyond)
+            string(APPEND complaints "  ${library}: found ${found}, ${wanted}\n")
+        endif()
+    endwhile()
+    if(complaints)
+        message(FATAL_ERROR "framewell works with FFmpeg 4.2 to 7.1. What pkg-config knows of it "
+                            "here does not fit:\n${complaints}"
+                            "On Debian and its like, scripts/install-deps installs one that does; "
+                            "PKG_CONFIG_PATH leads to another.")
+    endif()
+    pkg_check_modules(FRAMEWELL_FFMPEG REQUIRED ${libraries})
 
     # SYSTEM, so that FFmpeg's headers raise no warnings of ours.
     add_library(FFmpeg::libraries INTERFACE IMPORTED)

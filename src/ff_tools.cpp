@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "export_size.h"
+#include "ffmpeg_guard.h"
 #include "media/ff_handles.h"
 
 #include <framewell/ff_tools.h>
@@ -152,6 +153,9 @@ const StreamCtx* cover_stream(const MovieCtx& movie, int i) {
 
 std::shared_ptr<VFrameCtx> getMovieImage(const char* path, const RequireMvImage& req,
                                          Rational* duration) {
+    if (!is_ffmpeg_usable()) {
+        return nullptr;  // before the line about the file, which is not to blame
+    }
     const MovieCtx* const movie = FFDecoder::probe(path, req.abort_flag);
     if (movie == nullptr) {
         FW_LOG(2, "bg", "@@获取视频封面和信息失败：%s", path == nullptr ? "(null)" : path);
@@ -193,6 +197,9 @@ void* swsNew(PixelFormat src, PixelFormat dst, int src_w, int src_h, int dst_w, 
     }
     auto* const handle = new (memory) ScalerHandle{
         nullptr, src_w, src_h, dst_w, dst_h, pixfmt_to_avpixfmt(src), pixfmt_to_avpixfmt(dst)};
+    if (!is_ffmpeg_usable()) {
+        return handle;
+    }
     if (can_scale(*handle)) {
         handle->scaler = sws_getCachedContext(
             nullptr, src_w, src_h, static_cast<AVPixelFormat>(handle->src_format), dst_w, dst_h,
@@ -234,6 +241,9 @@ void swsDestroy(void* handle) {
 }
 
 bool imageFillLinesizes(int* linesizes, PixelFormat format, int width) {
+    if (!is_ffmpeg_usable()) {
+        return false;
+    }
     const auto pixels = static_cast<AVPixelFormat>(pixfmt_to_avpixfmt(format));
     const bool ok = linesizes != nullptr && width >= 0 &&
                     av_image_fill_linesizes(linesizes, pixels, width) >= 0;
@@ -246,6 +256,9 @@ bool imageFillLinesizes(int* linesizes, PixelFormat format, int width) {
 
 int imageFillPointers(std::uint8_t** data, PixelFormat format, int height, std::uint8_t* buffer,
                       const int* linesizes) {
+    if (!is_ffmpeg_usable()) {
+        return AVERROR(ENOSYS);
+    }
     const auto pixels = static_cast<AVPixelFormat>(pixfmt_to_avpixfmt(format));
     // FFmpeg divides by the height.
     const int size = data == nullptr || linesizes == nullptr || height < 1

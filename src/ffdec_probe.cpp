@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "ffdec_instance.h"
+#include "ffmpeg_guard.h"
 
 #include <framewell/media/ffmpeg_error.h>
 
@@ -328,6 +329,9 @@ MovieCtx* make_movie(const char* path, AVFormatContext* format, std::atomic<bool
 }  // namespace
 
 MovieCtx* getMovieInfo(const char* path, std::atomic<bool>* cancel) {
+    if (!is_ffmpeg_usable()) {
+        return nullptr;
+    }
     static std::once_flag inited;
     std::call_once(inited, compat::register_all);
     if (path == nullptr) {

@@ -4,6 +4,7 @@
 #include "base/trace.h"
 #include "cancel_flag.h"
 #include "ffdec_task.h"
+#include "ffmpeg_guard.h"
 
 #include <framewell/media/ffmpeg_error.h>
 #include <framewell/utils/mempool.h>
@@ -72,6 +73,9 @@ FFDecoderPrivate::~FFDecoderPrivate() {
 }
 
 bool FFDecoderPrivate::open(const StreamCtx* stream) {
+    if (!is_ffmpeg_usable()) {
+        return false;
+    }
     if (m_stream.exchange(stream) != stream) {
         // Sound and pictures of the old stream must not run into those of the new one, even if the
         // new one cannot be opened: other decoders' workers may serve it.
@@ -371,6 +375,9 @@ bool FFDecoderPrivate::prepare_resampler(const AVFrame& frame, const RequireAudi
 
 bool FFDecoderPrivate::open_filter(const char* filters) {
     FW_TRACE("open_filter", nullptr);
+    if (!is_ffmpeg_usable()) {
+        return false;
+    }
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::unique_ptr<AVFilterMgr> filter = std::move(m_filter);
     if (!filter) {

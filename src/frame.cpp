@@ -1,4 +1,5 @@
 #include "export_size.h"
+#include "ffmpeg_guard.h"
 #include "media/ff_handles.h"
 
 #include <framewell/frame.h>
@@ -86,6 +87,9 @@ int getImageDivider(MemoryMode mode, int width, int height) {
 
 std::shared_ptr<AVFrame> create_avframe_with(int channels, int sample_rate, int format,
                                              int nb_samples) {
+    if (!is_ffmpeg_usable()) {
+        return nullptr;
+    }
     std::shared_ptr<AVFrame> frame = create_avframe_ptr(av_frame_alloc());
     if (frame == nullptr) {
         return frame;

@@ -1,6 +1,7 @@
 #include "hw/hw_decoder.h"
 
 #include "base/log.h"
+#include "media/ffmpeg_report.h"
 
 #include <cstdio>
 #include <string>
@@ -10,6 +11,15 @@ namespace ff {
 namespace {
 
 constexpr char kLogSource[] = "src/hw/hw_decoder";
+
+/// Whether the FFmpeg libraries that are loaded are those that this was built for; logged if not.
+bool is_ffmpeg_usable() {
+    const std::string refusal = ffmpeg_refusal();
+    if (!refusal.empty()) {
+        FW_LOG(2, "hw", "%s", refusal.c_str());
+    }
+    return refusal.empty();
+}
 
 /// One consistent copy of what the host chose.
 struct DeviceChoice {
@@ -112,6 +122,9 @@ HWDecoder::HWDecoder() : m_private(std::make_unique<HWDecoderPrivate>()) {}
 HWDecoder::~HWDecoder() = default;
 
 std::vector<const char*> HWDecoder::enum_devices() {
+    if (!is_ffmpeg_usable()) {
+        return {};
+    }
     std::vector<const char*> names;
     std::string list;
     AVHWDeviceType type = AV_HWDEVICE_TYPE_NONE;
@@ -124,6 +137,9 @@ std::vector<const char*> HWDecoder::enum_devices() {
 }
 
 bool HWDecoder::enable_device(const char* name) {
+    if (!is_ffmpeg_usable()) {
+        return false;
+    }
     std::string wanted = name != nullptr ? name : "";
     if (wanted.empty()) {
         const std::vector<const char*> names = enum_devices();
@@ -153,6 +169,9 @@ void HWDecoder::disable() {
 }
 
 AVCodecContext* HWDecoder::hw_codec_alloc_context3(const AVCodec* codec) {
+    if (!is_ffmpeg_usable()) {
+        return nullptr;
+    }
     if (codec == nullptr || codec->type != AVMEDIA_TYPE_VIDEO) {
         return avcodec_alloc_context3(codec);
     }
@@ -186,6 +205,9 @@ AVCodecContext* HWDecoder::hw_codec_alloc_context3(const AVCodec* codec) {
 }
 
 int HWDecoder::hw_codec_receive_frame(AVCodecContext* ctx, AVFrame* frame) {
+    if (!is_ffmpeg_usable()) {
+        return AVERROR(ENOSYS);
+    }
     if (ctx == nullptr || frame == nullptr) {
         FW_LOG(2, "hw", "[hwdec] no codec context or no frame to receive into");
         return AVERROR(EINVAL);
@@ -243,6 +265,9 @@ int hw_decoder_init(AVCodecContext* ctx, HWDecoderPrivate* priv) {
 }
 
 void hw_codec_release(AVCodecContext* ctx) {
+    if (ctx == nullptr || !is_ffmpeg_usable()) {
+        return;
+    }
     const std::unique_ptr<HwFormatState> state(hw_format_state(ctx));
     if (!state) {
         return;
