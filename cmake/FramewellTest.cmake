@@ -17,6 +17,10 @@ function(framewell_test name)
         add_dependencies(${name} framewell_tool)
         target_compile_definitions(${name} PRIVATE
                                    FRAMEWELL_TOOL_PATH="$<TARGET_FILE:framewell_tool>")
+        if(CMAKE_CROSSCOMPILING_EMULATOR)
+            target_compile_definitions(${name} PRIVATE
+                                       FRAMEWELL_TOOL_EMULATOR="${CMAKE_CROSSCOMPILING_EMULATOR}")
+        endif()
     endif()
     gtest_discover_tests(${name}
                          DISCOVERY_MODE PRE_TEST

@@ -74,30 +74,37 @@ CONF
     [ $# = 0 ] || in_root "$folder" 'apt-get -q install -y "$@"' "$@" || return
 }
 
-# in_root [--offline] ROOT SCRIPT [ARGUMENT...]: runs the text SCRIPT with bash in ROOT, with mounts of
-# its own that end with it. --offline: without a network. Environment: ROOT_BINDS, lines of
-# "FOLDER PLACE": a folder of the outside and where it shall be seen inside. The script's input
-# comes from nowhere.
+# in_root [--offline] ROOT SCRIPT [ARGUMENT...]: runs the text SCRIPT with bash in ROOT, with mounts and
+# processes of its own that end with it. --offline: without a network. The script's input comes from
+# nowhere, and of this machine's environment it sees nothing but the words of root_environment.
+# root_binds: words "FOLDER:PLACE" or "FOLDER:PLACE:ro": a folder of the outside and where it is to be seen
+# inside meanwhile, to be read only with the third.
+root_binds=()
+root_environment=()
 in_root() {
     local network=()
     if [ "$1" = --offline ]; then
         network=(--net)
         shift
     fi
+    # shellcheck disable=SC2016  # expanded in the namespace
     unshare --mount --pid --fork --kill-child "${network[@]}" bash -c '
-        set -e
-        root=$0 script=$1
-        shift
+        set -euo pipefail
+        root=$1 nb_binds=$2
+        shift 2
         mount --make-rprivate /
         mount -t proc proc "$root/proc"
-        mount -t tmpfs -o mode=1777 tmpfs "$root/dev/shm" 2>/dev/null || true
-        while read -r folder place; do
-            [ -n "$folder" ] || continue
+        mount -t tmpfs -o mode=1777 tmpfs "$root/dev/shm"
+        mount -t devpts -o newinstance devpts "$root/dev/pts"
+        for bind in "${@:1:nb_binds}"; do
+            IFS=: read -r folder place access <<<"$bind"
             mkdir -p "$folder" "$root$place"
             mount --bind "$folder" "$root$place"
-        done <<<"${ROOT_BINDS:-}"
-        exec chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
-            LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive JOBS="${JOBS:-$(nproc)}" \
-            /bin/bash -c "$script" in_root "$@"
-    ' "$@" </dev/null
+            [ "$access" != ro ] || mount -o remount,bind,ro "$root$place"
+        done
+        shift "$nb_binds"
+        exec chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root "$@"
+    ' in_root "$1" "${#root_binds[@]}" "${root_binds[@]}" LANG=C.UTF-8 \
+        DEBIAN_FRONTEND=noninteractive JOBS="$jobs" "${root_environment[@]}" \
+        /bin/bash -euo pipefail -c "$2" in_root "${@:3}" </dev/null
 }

@@ -36,6 +36,15 @@ inline std::vector<std::string> lines_of(const std::string& text) {
     return lines;
 }
 
+/// What starts the tool. A tool for another processor is run by what runs the test itself.
+inline std::vector<std::string> tool_words() {
+#ifdef FRAMEWELL_TOOL_EMULATOR
+    return {FRAMEWELL_TOOL_EMULATOR, FRAMEWELL_TOOL_PATH};
+#else
+    return {FRAMEWELL_TOOL_PATH};
+#endif
+}
+
 struct ToolResult {
     int status = -1;     ///< exit status; 128 + the signal if one ended the tool
     std::string out;     ///< standard output
@@ -69,7 +78,7 @@ public:
         if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(results, O_CLOEXEC) != 0) {
             throw std::runtime_error("no pipes");
         }
-        std::vector<std::string> words{FRAMEWELL_TOOL_PATH};
+        std::vector<std::string> words = tool_words();
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char*> argv;
         for (std::string& word : words) {
