@@ -82,12 +82,12 @@ union SharedNull {
     Value value;
 };
 
-const SharedNull g_shared_null;
+const SharedNull kSharedNull;
 
 }  // namespace
 
 // Constant-initialised and left as it is by its destructor: usable before and after all others.
-const Value& Value::m_invalid = g_shared_null.value;
+const Value& Value::m_invalid = kSharedNull.value;
 
 Value::Value(const Value& other) {
     copyValue(&other);
