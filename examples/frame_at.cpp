@@ -1,6 +1,8 @@
 // Writes the picture that FILE shows at a time: frame_at FILE MILLISECONDS > picture.pam
 #include <framewell/framewell.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -22,8 +24,11 @@ int main(int argc, char** argv) {
     }
     std::printf("P7\nWIDTH %d\nHEIGHT %d\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
                 picture->width, picture->height);
+    const auto width = static_cast<std::size_t>(picture->width);
     for (int y = 0; y < picture->height; y++) {
-        std::fwrite(picture->data[0] + y * picture->linesize[0], 4,
-                    static_cast<std::size_t>(picture->width), stdout);
+        const std::uint8_t* row = picture->data[0] + std::ptrdiff_t{y} * picture->linesize[0];
+        if (std::fwrite(row, 4, width, stdout) != width) {
+            return 1;
+        }
     }
 }

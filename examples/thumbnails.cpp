@@ -3,6 +3,7 @@
 #include <framewell/framewell.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -11,13 +12,14 @@ namespace {
 
 constexpr int kThumbnailWidth = 160;
 
-void write_picture(const ff::VFrameCtx& picture) {
+bool write_picture(const ff::VFrameCtx& picture) {
     std::printf("P7\nWIDTH %d\nHEIGHT %d\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
                 picture.width, picture.height);
     for (int y = 0; y < picture.height; y++) {
-        std::fwrite(picture.data[0] + y * picture.linesize[0], 4,
-                    static_cast<std::size_t>(picture.width), stdout);
+        (void)std::fwrite(picture.data[0] + std::ptrdiff_t{y} * picture.linesize[0], 4,
+                          static_cast<std::size_t>(picture.width), stdout);
     }
+    return std::ferror(stdout) == 0;
 }
 
 }  // namespace
@@ -41,8 +43,9 @@ int main(int argc, char** argv) {
     const std::int64_t duration_us = std::max<std::int64_t>(0, movie->duration);
     for (int i = 0; i < count; i++) {
         request.time = {duration_us / count * i, 1000000};
-        if (const auto picture = decoder.getVideoFrame(request)) {
-            write_picture(*picture);
+        const auto picture = decoder.getVideoFrame(request);
+        if (picture && !write_picture(*picture)) {
+            return 1;
         }
     }
 }
