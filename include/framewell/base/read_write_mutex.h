@@ -13,7 +13,7 @@ struct ReadWriteMutexRecursivePrivate;
 
 /// What a reader/writer lock can do.
 /// Thread-safety: safe.
-class FRAMEWELL_API _AbstractReadWriteMutex {  // NOLINT(bugprone-reserved-identifier): given name
+class FRAMEWELL_API _AbstractReadWriteMutex {  // NOLINT(*-reserved-identifier): given name
 public:
     _AbstractReadWriteMutex() = default;
     _AbstractReadWriteMutex(const _AbstractReadWriteMutex&) = delete;
