@@ -213,7 +213,7 @@ private:
         request.sample_rate = m_options.rate;
         request.channels = m_options.channels;
         request.abort_flag = &interrupt_flag();
-        const std::shared_ptr<ff::AFrameCtx> sound = source.decoder.getAudioFrame(request);
+        std::shared_ptr<ff::AFrameCtx> sound = source.decoder.getAudioFrame(request);
         if (sound == nullptr || first == begin) {
             return sound;
         }

@@ -33,6 +33,12 @@ Exit report_usage(const CLI::ParseError& error, const CLI::App& app) {
     return Exit::Usage;
 }
 
+tool::LogMode log_mode(const tool::CommonOptions& common) {
+    return common.verbose ? tool::LogMode::Verbose
+           : common.quiet ? tool::LogMode::Quiet
+                          : tool::LogMode::Reasons;
+}
+
 Exit run_tool(int argc, char** argv) {
     CLI::App app("framewell: exact pictures and sound by time out of media files", "framewell");
     tool::CommonOptions common;
@@ -83,9 +89,7 @@ Exit run_tool(int argc, char** argv) {
     if (tool::write_document(app, documents)) {
         return Exit::Done;
     }
-    tool::set_up_log(common.verbose ? tool::LogMode::Verbose
-                     : common.quiet ? tool::LogMode::Quiet
-                                    : tool::LogMode::Reasons);
+    tool::set_up_log(log_mode(common));
     probe.quiet = frame.quiet = audio.quiet = mix.quiet = play.quiet = verify.quiet = common.quiet;
     cover.quiet = sheet.quiet = wave.quiet = common.quiet;
     for (const auto& [verb, run] : verbs) {

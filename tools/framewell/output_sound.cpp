@@ -53,6 +53,9 @@ public:
         }
     }
 
+    RawSink(const RawSink&) = delete;
+    RawSink& operator=(const RawSink&) = delete;
+
     ~RawSink() override {
         if (m_file != nullptr) {
             (void)std::fclose(m_file);  // the file is given up

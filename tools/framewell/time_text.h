@@ -77,17 +77,17 @@ private:
 /// Reads "[hh:]mm:ss" whose first number, `first`, is taken already; the total in seconds comes
 /// back in `seconds`. Returns the reason if it is none, else null.
 inline const char* read_clock(TimeReader& reader, std::int64_t first, std::int64_t& seconds) {
-    constexpr const char* kRange = "minutes after hours, and seconds, have two digits up to 59";
+    constexpr const char* range_rule = "minutes after hours, and seconds, have two digits up to 59";
     std::int64_t last = 0;
     if (reader.take_digits(last) != 2 || last > 59) {
-        return kRange;
+        return range_rule;
     }
     std::int64_t minutes = first;
     if (reader.take(':')) {
         minutes = reader.add(reader.times(first, 60), last);
         last = 0;
         if (reader.take_digits(last) != 2 || last > 59) {
-            return kRange;
+            return range_rule;
         }
     }
     seconds = reader.add(reader.times(minutes, 60), last);
@@ -96,7 +96,7 @@ inline const char* read_clock(TimeReader& reader, std::int64_t first, std::int64
 
 /// Reads what follows the sign into `time`. Returns the reason if it is no time, else null.
 inline const char* read_unsigned_time(TimeReader& reader, ff::Rational& time) {
-    constexpr const char* kShape =
+    constexpr const char* shape_rule =
         "write seconds (12.5), a fraction of seconds (1001/30000) or [hh:]mm:ss[.fff]";
     std::int64_t num = 0;
     std::int64_t den = 1;
@@ -104,7 +104,7 @@ inline const char* read_unsigned_time(TimeReader& reader, ff::Rational& time) {
     if (has_whole && reader.take('/')) {
         den = 0;
         if (reader.take_digits(den) == 0 || !reader.at_end()) {
-            return kShape;
+            return shape_rule;
         }
         if (den == 0 && !reader.too_large()) {
             return "the denominator is 0";
@@ -124,7 +124,7 @@ inline const char* read_unsigned_time(TimeReader& reader, ff::Rational& time) {
             den = reader.times(den, 10);
         }
         if (!reader.at_end() || (!has_whole && digits == 0)) {
-            return kShape;
+            return shape_rule;
         }
     }
     time = {num, den};
