@@ -24,8 +24,8 @@ std::string x264(int gop) {
 }
 
 [[noreturn]] void give_up(const std::string& text) {
-    std::fprintf(stderr, "%s\n", text.c_str());
-    std::exit(1);
+    (void)std::fprintf(stderr, "%s\n", text.c_str());
+    std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread ends the program
 }
 
 /// Returns the path of a file that ffmpeg makes with `arguments`, if it is not there. Its name
@@ -33,18 +33,19 @@ std::string x264(int gop) {
 /// date.
 std::string make_once(const std::string& name, std::size_t recipe, const std::string& ending,
                       const std::string& arguments) {
-    const std::string path =
+    std::string path =
         cache_folder() + "/" + name + "-" + std::to_string(recipe % 1000000) + "." + ending;
     if (std::filesystem::exists(path)) {
         return path;
     }
-    std::fprintf(stderr, "making the clip %s ...\n", path.c_str());
+    (void)std::fprintf(stderr, "making the clip %s ...\n", path.c_str());
     // Under a name of its own until it is complete: programs may run side by side.
     const std::string part = path + "." + std::to_string(getpid()) + "." + ending;
     const std::string command =
         "ffmpeg -hide_banner -loglevel error -nostdin -y" + arguments + " '" + part + "'";
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): clips are made before other threads run
     if (std::system(command.c_str()) != 0) {
-        std::remove(part.c_str());
+        (void)std::remove(part.c_str());
         give_up(
             "the program ffmpeg cannot make the clip; it needs libx264, libx265, libmp3lame and "
             "libopus: " +
@@ -102,6 +103,7 @@ const Clip& clip_named(const std::string& name) {
 }
 
 std::string cache_folder() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here writes the environment
     const char* const chosen = std::getenv("FRAMEWELL_BENCH_CACHE");
     const std::filesystem::path folder =
         chosen != nullptr && chosen[0] != '\0'

@@ -29,8 +29,8 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             if (run.error_occurred) {
-                std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(),
-                             run.error_message.c_str());
+                (void)std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(),
+                                   run.error_message.c_str());
                 failed = true;
             } else if (run.run_type == Run::RT_Iteration) {
                 seconds = run.cpu_accumulated_time / static_cast<double>(run.iterations);
@@ -174,7 +174,8 @@ int compare(int argc, char** argv, const std::vector<Row>& rows) {
     Options options;
     for (int i = 1; i < argc; ++i) {
         if (!read_option(argv[i], &options)) {
-            std::fprintf(stderr, "usage: %s [--rounds=N] [--only=TEXT] [--no-header]\n", argv[0]);
+            (void)std::fprintf(stderr, "usage: %s [--rounds=N] [--only=TEXT] [--no-header]\n",
+                               argv[0]);
             return 2;
         }
     }

@@ -48,8 +48,8 @@ Target checked(const bench::Clip& clip) {
                            static_cast<std::size_t>(theirs.width) * 4) == 0;
     }
     if (!same) {
-        std::fprintf(stderr, "%s: the two sides make different pictures\n", path.c_str());
-        std::exit(1);
+        (void)std::fprintf(stderr, "%s: the two sides make different pictures\n", path.c_str());
+        std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread ends the program
     }
     return {std::move(path), ours->divider};
 }
@@ -60,6 +60,7 @@ bench::Row covers_row(const std::string& name, const std::string& title,
     const auto names = std::make_shared<bench::FreshNames>();
     const auto fresh = [names, targets] {
         std::vector<Target> result;
+        result.reserve(targets.size());
         for (const Target& target : targets) {
             result.push_back({names->next(target.path), target.divider});
         }

@@ -12,6 +12,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -127,8 +128,8 @@ bool is_same_work(const Job& job) {
             return false;
         }
         for (int y = 0; y < picture->height; ++y) {
-            if (std::memcmp(picture->data[0] + y * picture->linesize[0],
-                            loop.planes()[0] + y * loop.strides()[0],
+            if (std::memcmp(picture->data[0] + std::ptrdiff_t{y} * picture->linesize[0],
+                            loop.planes()[0] + std::ptrdiff_t{y} * loop.strides()[0],
                             static_cast<std::size_t>(picture->width) * 4) != 0) {
                 return false;
             }

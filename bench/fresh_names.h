@@ -2,7 +2,7 @@
 
 #include "clips.h"
 
-#include <stdlib.h>
+#include <stdlib.h>  // NOLINT(modernize-deprecated-headers): POSIX declares mkdtemp() there
 
 #include <cstdio>
 #include <cstdlib>
@@ -20,7 +20,7 @@ public:
         m_folder = cache_folder() + "/names-XXXXXX";
         if (mkdtemp(m_folder.data()) == nullptr) {
             std::perror("mkdtemp");
-            std::exit(1);
+            std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread ends the program
         }
     }
 

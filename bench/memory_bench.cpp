@@ -35,7 +35,7 @@ int main(int argc, char** argv) {
         ff::first_stream(ff::FFDecoder::probe(path.c_str()), ff::StreamType::Video);
     ff::FFDecoder decoder;
     if (requests < 1000 || stream == nullptr || !decoder.open(stream)) {
-        std::fprintf(stderr, "usage: %s [REQUESTS (1000 or more) [CLIP]]\n", argv[0]);
+        (void)std::fprintf(stderr, "usage: %s [REQUESTS (1000 or more) [CLIP]]\n", argv[0]);
         return 2;
     }
     std::mt19937 random(20230611);
@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
         ff::RequireVideoFrame request;
         request.time = {static_cast<std::int64_t>(random() % pictures), bench::kPicturesPerSecond};
         if (!decoder.getVideoFrame(request)) {
-            std::fprintf(stderr, "no picture\n");
+            (void)std::fprintf(stderr, "no picture\n");
             return 1;
         }
         if (i % (requests / 10) == 0) {
@@ -57,9 +57,9 @@ int main(int argc, char** argv) {
     }
     // Allocators round up and keep a little more or less; a leak of one small record per request
     // would show as more than this.
-    constexpr long kNoiseKib = 1024;
+    constexpr long noise_kib = 1024;
     const long growth = resident_kib() - settled;
     std::printf("\ngrowth after the first tenth: %ld KiB %s\n", growth,
-                growth <= kNoiseKib ? "ok" : "GROWS");
-    return growth <= kNoiseKib ? 0 : 1;
+                growth <= noise_kib ? "ok" : "GROWS");
+    return growth <= noise_kib ? 0 : 1;
 }

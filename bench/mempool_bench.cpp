@@ -41,6 +41,7 @@ void system_takes_and_gives_back(benchmark::State& state) {
 // With many buffers handed out at a time, as by a host that shows a filmstrip.
 void pool_with_many_in_use(benchmark::State& state) {
     std::vector<void*> held;
+    held.reserve(1000);
     for (int i = 0; i < 1000; ++i) {
         held.push_back(bg::mempool::malloc(256, kAlignment));
     }
@@ -52,10 +53,10 @@ void pool_with_many_in_use(benchmark::State& state) {
     }
 }
 
-BENCHMARK(pool_takes_and_gives_back)->Arg(4 * 320 * 180)->Arg(4 * 1920 * 1080);
-BENCHMARK(system_takes_and_gives_back)->Arg(4 * 320 * 180)->Arg(4 * 1920 * 1080);
+BENCHMARK(pool_takes_and_gives_back)->Arg(4L * 320 * 180)->Arg(4L * 1920 * 1080);
+BENCHMARK(system_takes_and_gives_back)->Arg(4L * 320 * 180)->Arg(4L * 1920 * 1080);
 BENCHMARK(pool_with_many_in_use);
-BENCHMARK(pool_takes_and_gives_back)->Arg(4 * 320 * 180)->Threads(2);
+BENCHMARK(pool_takes_and_gives_back)->Arg(4L * 320 * 180)->Threads(2);
 
 }  // namespace
 

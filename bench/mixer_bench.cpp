@@ -49,35 +49,38 @@ std::atomic<long> g_allocations{0};
 #define FW_COUNTS_ALLOCATIONS 1
 
 extern "C" {
-void* __libc_malloc(std::size_t size);                       // NOLINT(bugprone-reserved-identifier)
-void* __libc_calloc(std::size_t count, std::size_t size);    // NOLINT(bugprone-reserved-identifier)
-void* __libc_realloc(void* p, std::size_t size);             // NOLINT(bugprone-reserved-identifier)
-void* __libc_memalign(std::size_t align, std::size_t size);  // NOLINT(bugprone-reserved-identifier)
+// NOLINTBEGIN(clang-diagnostic-reserved-identifier): glibc's own names for them
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t nmemb, std::size_t size);
+void* __libc_realloc(void* ptr, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+
+// NOLINTEND(clang-diagnostic-reserved-identifier)
 
 void* malloc(std::size_t size) {
     ++g_allocations;
     return __libc_malloc(size);
 }
 
-void* calloc(std::size_t count, std::size_t size) {
+void* calloc(std::size_t nmemb, std::size_t size) {
     ++g_allocations;
-    return __libc_calloc(count, size);
+    return __libc_calloc(nmemb, size);
 }
 
-void* realloc(void* p, std::size_t size) {
+void* realloc(void* ptr, std::size_t size) {
     ++g_allocations;
-    return __libc_realloc(p, size);
+    return __libc_realloc(ptr, size);
 }
 
-int posix_memalign(void** p, std::size_t align, std::size_t size) {
+int posix_memalign(void** memptr, std::size_t alignment, std::size_t size) {
     ++g_allocations;
-    *p = __libc_memalign(align, size);
-    return *p == nullptr ? ENOMEM : 0;
+    *memptr = __libc_memalign(alignment, size);
+    return *memptr == nullptr ? ENOMEM : 0;
 }
 
-void* aligned_alloc(std::size_t align, std::size_t size) {
+void* aligned_alloc(std::size_t alignment, std::size_t size) {
     ++g_allocations;
-    return __libc_memalign(align, size);
+    return __libc_memalign(alignment, size);
 }
 }
 #endif

@@ -57,6 +57,7 @@ bench::Side for_each_name(const std::shared_ptr<bench::FreshNames>& names,
                           const std::string& target, bool (*open)(const std::string&)) {
     return [names, target, open](benchmark::State& state) {
         std::vector<std::string> fresh;
+        fresh.reserve(kOpenings);
         for (int i = 0; i < kOpenings; ++i) {
             fresh.push_back(names->next(target));
         }

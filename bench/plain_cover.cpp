@@ -20,8 +20,8 @@ constexpr int kScalerOverrun = 64;  // what the scaler's vector code may write b
 
 void check(bool ok, const char* what) {
     if (!ok) {
-        std::fprintf(stderr, "plain cover: cannot %s\n", what);
-        std::exit(1);
+        (void)std::fprintf(stderr, "plain cover: cannot %s\n", what);
+        std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread ends the program
     }
 }
 

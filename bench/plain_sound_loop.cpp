@@ -8,6 +8,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 
@@ -19,8 +20,8 @@ constexpr int kChannels = 2;
 
 void check(bool ok, const char* what) {
     if (!ok) {
-        std::fprintf(stderr, "plain sound loop: cannot %s\n", what);
-        std::exit(1);
+        (void)std::fprintf(stderr, "plain sound loop: cannot %s\n", what);
+        std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread ends the program
     }
 }
 
@@ -101,7 +102,8 @@ std::int64_t PlainSoundLoop::play(Samples* record) {
     while (decode()) {
         const int got = resample(0, m_frame->nb_samples, 0);
         if (record != nullptr) {
-            record->insert(record->end(), m_buffer.begin(), m_buffer.begin() + got * kChannels);
+            record->insert(record->end(), m_buffer.begin(),
+                           m_buffer.begin() + std::ptrdiff_t{got} * kChannels);
         }
         played += got;
     }
@@ -172,7 +174,7 @@ int PlainSoundLoop::resample(int skip, int count, int filled) {
     const int step = av_get_bytes_per_sample(format) * (is_planar ? 1 : kChannels);
     const std::uint8_t* in[kChannels] = {};
     for (int plane = 0; plane < (is_planar ? kChannels : 1); ++plane) {
-        in[plane] = m_frame->extended_data[plane] + skip * step;
+        in[plane] = m_frame->extended_data[plane] + std::ptrdiff_t{skip} * step;
     }
     const int room = swr_get_out_samples(m_resampler.get(), count);
     check(room >= 0, "size the resampler's result");
@@ -180,7 +182,8 @@ int PlainSoundLoop::resample(int skip, int count, int filled) {
     if (m_buffer.size() < needed) {
         m_buffer.resize(needed);
     }
-    auto* out = reinterpret_cast<std::uint8_t*>(m_buffer.data() + filled * kChannels);
+    auto* out =
+        reinterpret_cast<std::uint8_t*>(m_buffer.data() + std::ptrdiff_t{filled} * kChannels);
     const int converted = swr_convert(m_resampler.get(), &out, room, in, count);
     check(converted >= 0, "resample");
     return converted;

@@ -70,21 +70,21 @@ bool play_backwards(ff::FFDecoder2* decoder, const ff::StreamCtx& stream) {
 // Counting: FFmpeg's H.264 decoder tells av_log, at its most talkative level, of every piece of a
 // stream that it takes up. One picture of the clip is one slice.
 
-std::atomic<int> s_slices{0};
+std::atomic<int> g_slices{0};
 
 void count_slices(void* context, int /*level*/, const char* format, std::va_list arguments) {
-    constexpr int kSlice = 1;
-    constexpr int kSliceOfKeyFrame = 5;
-    constexpr char kText[] = "nal_unit_type: %d";
+    constexpr int slice = 1;
+    constexpr int slice_of_key_frame = 5;
+    constexpr char text[] = "nal_unit_type: %d";
     const auto* const* const described = static_cast<const AVClass* const*>(context);
     if (described == nullptr || *described == nullptr ||
         std::strcmp((*described)->class_name, "AVCodecContext") != 0 ||
-        std::strncmp(format, kText, sizeof kText - 1) != 0) {
+        std::strncmp(format, text, sizeof text - 1) != 0) {
         return;
     }
     const int type = va_arg(arguments, int);
-    if (type == kSlice || type == kSliceOfKeyFrame) {
-        ++s_slices;
+    if (type == slice || type == slice_of_key_frame) {
+        ++g_slices;
     }
 }
 
@@ -97,19 +97,19 @@ int count_decodes(std::size_t kept) {
     if (stream == nullptr || !decoder.open(stream)) {
         return 0;
     }
-    s_slices = 0;  // opening a file decodes, too
+    g_slices = 0;  // opening a file decodes, too
     av_log_set_callback(count_slices);
     const bool ok = play_backwards(&decoder, *stream);
     decoder.close();
     av_log_set_callback(av_log_default_callback);
-    return ok ? s_slices.load() : 0;
+    return ok ? g_slices.load() : 0;
 }
 
 /// Pictures that a decoder may have in work beyond the one it hands out: one per thread, and those
 /// that are shown before what they depend on. Each group ends with such a look into the next.
 int most_in_work() {
-    constexpr int kReordered = 2;
-    return static_cast<int>(std::max(1U, std::thread::hardware_concurrency())) + kReordered;
+    constexpr int reordered = 2;
+    return static_cast<int>(std::max(1U, std::thread::hardware_concurrency())) + reordered;
 }
 
 /// Prints the counts. False if a picture was decoded more than once.

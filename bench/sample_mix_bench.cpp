@@ -95,14 +95,16 @@ double mix_target(std::uint32_t format) {
 void add_rows(std::vector<bench::Row>* rows, const Path* path, std::uint32_t format, bool best) {
     const std::string what = std::string(kFormatNames[format]) + ", " + path->name;
     const std::string name = std::string("mix_") + kFormatNames[format] + "_" + path->name;
+    const std::string title = "mix " + what;
     for (const int volume : {100, 128}) {
-        const std::string at = std::to_string(volume);
-        rows->push_back({name + "_" + at, "mix " + what + ", volume " + at, bench::Judge::Ratio,
+        const std::string suffix = "_" + std::to_string(volume);
+        const std::string detail = ", volume " + std::to_string(volume);
+        rows->push_back({name + suffix, title + detail, bench::Judge::Ratio,
                          best ? mix_target(format) : kNoTarget, 1, kIterations,
                          mixing(path, format, volume), mixing(&plain_path(), format, volume)});
     }
-    rows->push_back({name + "_copy", "mix " + what + ", beside a copy", bench::Judge::Ratio,
-                     kNoTarget, 1, kIterations, mixing(path, format, 100), copying(format)});
+    rows->push_back({name + "_copy", title + ", beside a copy", bench::Judge::Ratio, kNoTarget, 1,
+                     kIterations, mixing(path, format, 100), copying(format)});
     if (path->peak[format] == nullptr) {
         return;
     }

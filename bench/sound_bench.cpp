@@ -9,6 +9,7 @@
 #include <framewell/movie_info.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -110,7 +111,8 @@ bool play_framewell(const Job& job, ff::FFDecoder* decoder, Loop::Samples* recor
         }
         if (record != nullptr) {
             const auto* const samples = reinterpret_cast<const std::int16_t*>(sound->data[0]);
-            record->insert(record->end(), samples, samples + sound->nb_samples * kChannels);
+            record->insert(record->end(), samples,
+                           samples + std::ptrdiff_t{sound->nb_samples} * kChannels);
         }
     }
     return true;
