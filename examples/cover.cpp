@@ -17,12 +17,11 @@ bool write_picture(const ff::VFrameCtx& picture, const std::string& path) {
     if (file == nullptr) {
         return false;
     }
-    (void)std::fprintf(file,
-                       "P7\nWIDTH %d\nHEIGHT %d\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
-                       picture.width, picture.height);
+    std::fprintf(file, "P7\nWIDTH %d\nHEIGHT %d\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
+                 picture.width, picture.height);
     for (int y = 0; y < picture.height; y++) {
-        (void)std::fwrite(picture.data[0] + std::ptrdiff_t{y} * picture.linesize[0], 4,
-                          static_cast<std::size_t>(picture.width), file);
+        std::fwrite(picture.data[0] + std::ptrdiff_t{y} * picture.linesize[0], 4,
+                    static_cast<std::size_t>(picture.width), file);
     }
     const bool is_complete = std::ferror(file) == 0;  // of all that was written
     return std::fclose(file) == 0 && is_complete;
@@ -49,7 +48,7 @@ int main(int argc, char** argv) {
             std::printf("%s: %.3f s\n", path.c_str(), static_cast<double>(duration.num) / 1e6);
         }
         if (!cover || !write_picture(*cover, path + ".pam")) {
-            (void)std::fprintf(stderr, "%s: no cover\n", path.c_str());
+            std::fprintf(stderr, "%s: no cover\n", path.c_str());
             missing++;
         }
     }

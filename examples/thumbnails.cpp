@@ -16,8 +16,8 @@ bool write_picture(const ff::VFrameCtx& picture) {
     std::printf("P7\nWIDTH %d\nHEIGHT %d\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
                 picture.width, picture.height);
     for (int y = 0; y < picture.height; y++) {
-        (void)std::fwrite(picture.data[0] + std::ptrdiff_t{y} * picture.linesize[0], 4,
-                          static_cast<std::size_t>(picture.width), stdout);
+        std::fwrite(picture.data[0] + std::ptrdiff_t{y} * picture.linesize[0], 4,
+                    static_cast<std::size_t>(picture.width), stdout);
     }
     return std::ferror(stdout) == 0;
 }

@@ -20,6 +20,9 @@ configure_and_build() {
     local launcher=()
     if command -v ccache >/dev/null; then
         launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+        # Paths below the checkout are taken relative to the build, so that one clone's results
+        # serve the next.
+        export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$root}
     fi
     cmake -S "$root" -B "$folder" -G Ninja "${launcher[@]}" "$@"
     cmake --build "$folder" --parallel "$jobs"

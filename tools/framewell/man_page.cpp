@@ -50,8 +50,8 @@ std::string italic(const std::string& text) {
     return "\\fI" + plain(text) + "\\fR";
 }
 
-// As a sentence; what stands between backquotes is bold. A name that is explained ("full: ...") keeps
-// its small letter.
+// As a sentence; what stands between backquotes is bold. A name that is explained ("full: ...")
+// keeps its small letter.
 std::string sentence(const std::string& text) {
     std::string result;
     bool is_bold = false;
