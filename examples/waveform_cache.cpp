@@ -9,17 +9,17 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
-#include <vector>
 
 namespace {
 
-constexpr int kRate = 8000;   // enough for a drawing
-constexpr int kBlock = 8192;  // samples that are read at a time
+constexpr int kRate = 8000;  // enough for a drawing
 
 // [fill]
 /// Decodes the whole sound, mixed to one channel, into a file of bare 16-bit samples.
 bool fill(const char* movie_path, const std::string& path) {
+    std::fprintf(stderr, "decoding ...\n");
     const ff::MovieCtx* const movie = ff::FFDecoder::probe(movie_path);
     ff::FFDecoder decoder;
     ff::WaveFiles store;
@@ -50,7 +50,7 @@ bool fill(const char* movie_path, const std::string& path) {
 // [draw]
 void draw(ff::WaveFiles* store, int columns) {
     const long long samples = store->size() / 2;
-    std::vector<std::int16_t> block(kBlock);
+    std::int16_t block[8192];
     for (int column = 0; column < columns; column++) {
         const long long first = samples * column / columns;
         long long left = samples * (column + 1) / columns - first;
@@ -58,13 +58,13 @@ void draw(ff::WaveFiles* store, int columns) {
         int high = 0;
         store->seek(first * 2, SEEK_SET);
         while (left > 0) {
-            std::uint8_t* planes[] = {reinterpret_cast<std::uint8_t*>(block.data())};
-            const int wanted = static_cast<int>(std::min<long long>(left, kBlock));
+            std::uint8_t* planes[] = {reinterpret_cast<std::uint8_t*>(block)};
+            const int wanted = static_cast<int>(std::min<long long>(left, 8192));
             const int got = store->read(planes, 0, wanted * 2) / 2;
             if (got <= 0) {
                 break;
             }
-            const auto [least, most] = std::minmax_element(block.begin(), block.begin() + got);
+            const auto [least, most] = std::minmax_element(block, block + got);
             low = std::min<int>(low, *least);
             high = std::max<int>(high, *most);
             left -= got;
@@ -84,13 +84,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string path = std::string(argv[2]) + "/" + fs::file_unique_id(argv[1]) + ".pcm";
-    if (std::FILE* const known = std::fopen(path.c_str(), "rb")) {
-        std::fclose(known);
-    } else if (std::fprintf(stderr, "decoding ...\n"); !fill(argv[1], path)) {
-        return 1;
-    }
     ff::WaveFiles store;
-    if (!store.open({path}, "rb")) {
+    if ((!std::ifstream(path) && !fill(argv[1], path)) || !store.open({path}, "rb")) {
         return 1;
     }
     draw(&store, columns);
