@@ -4,7 +4,7 @@
 include(CMakePackageConfigHelpers)
 
 set(framewell_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/framewell")
-set(FRAMEWELL_ZSH_DIR "${CMAKE_INSTALL_DATADIR}/zsh/site-functions" CACHE PATH
+set(FRAMEWELL_ZSH_DIR "${CMAKE_INSTALL_DATADIR}/zsh/site-functions" CACHE STRING
     "Where zsh looks for completions; Debian's packages have a folder of their own")
 
 install(TARGETS framewell EXPORT framewellTargets
@@ -72,7 +72,11 @@ install(FILES "${PROJECT_BINARY_DIR}/framewell.pc"
 file(GLOB framewell_documents "${PROJECT_SOURCE_DIR}/docs/*.md")
 install(FILES ${framewell_documents}
         DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs" COMPONENT development)
-install(FILES "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
+set(framewell_documents "${PROJECT_SOURCE_DIR}/README.md")
+if(NOT FRAMEWELL_DEBIAN)  # whose packages have it under another name
+    list(APPEND framewell_documents "${PROJECT_SOURCE_DIR}/CHANGELOG.md")
+endif()
+install(FILES ${framewell_documents}
         DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples"
         DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development)

@@ -24,6 +24,13 @@ function(framewell_tool_document name folder)
                        COMMAND "${CMAKE_COMMAND}" -E rename "${file}.new" "${file}"
                        DEPENDS framewell_tool
                        COMMENT "Writing ${name}")
+    if(FRAMEWELL_DEBIAN AND name MATCHES "\\.1$")  # Debian has its manual compressed
+        find_program(FRAMEWELL_GZIP gzip REQUIRED)
+        add_custom_command(OUTPUT "${file}.gz"
+                           COMMAND "${FRAMEWELL_GZIP}" -9 -n -c "${file}" > "${file}.gz"
+                           DEPENDS "${file}")
+        set(file "${file}.gz")
+    endif()
     set(tool_documents ${tool_documents} "${file}" PARENT_SCOPE)
     install(FILES "${file}" DESTINATION "${folder}" COMPONENT tool)
 endfunction()

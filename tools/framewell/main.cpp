@@ -33,6 +33,10 @@ Exit report_usage(const CLI::ParseError& error, const CLI::App& app) {
     return Exit::Usage;
 }
 
+constexpr const char* kNoVerb =
+    "say what to do: probe, frame, audio, mix, play, verify, cover, sheet, wave or devices; "
+    "see `framewell --help`";
+
 tool::LogMode log_mode(const tool::CommonOptions& common) {
     return common.verbose ? tool::LogMode::Verbose
            : common.quiet ? tool::LogMode::Quiet
@@ -97,10 +101,7 @@ Exit run_tool(int argc, char** argv) {
             return run();
         }
     }
-    throw tool::Failure(
-        "say what to do: probe, frame, audio, mix, play, verify, cover, sheet, wave or devices; "
-        "see `framewell --help`",
-        Exit::Usage);
+    throw tool::Failure(kNoVerb, Exit::Usage);
 }
 
 }  // namespace
