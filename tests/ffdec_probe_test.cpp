@@ -3,6 +3,7 @@
 #include "tests/hw/libav_hooks.h"
 #include "tests/support/engine.h"
 #include "tests/support/temp_file.h"
+#include "tests/support/turned_clip.h"
 
 #include <gtest/gtest.h>
 
@@ -346,16 +347,7 @@ TEST(ProbeTest, ASubtitleStreamInAnotherCodecGivesNoRecord) {
 
 /// A clip whose display matrix turns its pictures by a quarter clockwise.
 std::string turned_mp4() {
-    std::string bytes = read_file(small_mp4());
-    const std::size_t header = bytes.find("tkhd");
-    EXPECT_NE(header, std::string::npos);
-    // Nine numbers of 32 bits: 0 1 0, -1 0 x, x 0 1.
-    const std::string quarter(
-        "\0\0\0\0\0\1\0\0\0\0\0\0\xff\xff\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"
-        "\x40\0\0\0",
-        36);
-    bytes.replace(header + 44, 36, quarter);
-    return make_file("turned.mp4", bytes);
+    return fw_test::turned_clip(small_mp4(), 1);
 }
 
 struct RotationCase {

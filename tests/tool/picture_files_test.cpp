@@ -1,6 +1,7 @@
 // The .png and .jpg files that the tool writes, read back with the ffmpeg program.
 
 #include "tests/support/media.h"
+#include "tests/support/turned_clip.h"
 #include "tests/tool/tool_run.h"
 
 #include <gtest/gtest.h>
@@ -128,10 +129,7 @@ TEST_P(RotationTest, TurnsPicturesOfPngFilesAndNoRawBytes) {
         "upright.mp4",
         "-f lavfi -i testsrc2=size=96x64:rate=10:duration=1 -c:v libx264 -pix_fmt yuv420p");
     const int degrees = GetParam();
-    // The tag counts the other way round.
-    const std::string clip = make_clip("turned-" + std::to_string(degrees) + ".mp4",
-                                       "-i " + upright + " -c copy -metadata:s:v:0 rotate=" +
-                                           std::to_string((360 - degrees) % 360));
+    const std::string clip = fw_test::turned_clip(upright, degrees / 90);
     write_picture(folder, clip, "a.png");
     write_picture(folder, clip, "a.raw");
     write_picture(folder, upright, "upright.raw");
