@@ -4,6 +4,7 @@
 #include "base/trace.h"
 #include "ffdec_instance_settle.h"
 #include "hw/hw_decoder.h"
+#include "media/input_file.h"
 
 #include <framewell/media/ffmpeg_error.h>
 
@@ -33,6 +34,10 @@ std::string url_of(const AVFormatContext& format) {
     return format.url != nullptr ? format.url : "";
 }
 
+bool is_set(const std::atomic<bool>* flag) {
+    return flag != nullptr && flag->load();
+}
+
 }  // namespace
 
 Instance::Instance() : m_jitter(std::make_unique<FrameJitter>()) {}
@@ -48,8 +53,7 @@ bool Instance::open(const char* path, int stream_index) {
 
 bool Instance::open_format(const char* path, int stream_index) {
     AVFormatContext* format = nullptr;
-    const int opened =
-        path != nullptr ? avformat_open_input(&format, path, nullptr, nullptr) : AVERROR(EINVAL);
+    const int opened = open_input_file(&format, path);
     if (opened < 0) {
         FW_LOG(2, "bg", "failed to open: %s, %s", path != nullptr ? path : "",
                ffmpeg_error(opened));
@@ -162,18 +166,18 @@ int Instance::get_packet(AVPacket* packet) {
     return result;
 }
 
-int Instance::get_frame(AVPacket* packet, AVFrame* frame) {
+int Instance::get_frame(AVPacket* packet, AVFrame* frame, const std::atomic<bool>* cancel) {
     if (!m_codec) {
         return AVERROR_EXIT;
     }
-    const int result = decode_frame(packet, frame);
+    const int result = decode_frame(packet, frame, cancel);
     if (result >= 0) {
         keep_sound_in_order(frame);
     }
     return result;
 }
 
-int Instance::decode_frame(AVPacket* packet, AVFrame* frame) {
+int Instance::decode_frame(AVPacket* packet, AVFrame* frame, const std::atomic<bool>* cancel) {
     av_frame_unref(frame);
     if (m_jitter->take_ready(frame)) {
         return 0;
@@ -202,7 +206,7 @@ int Instance::decode_frame(AVPacket* packet, AVFrame* frame) {
             }
             return received;
         }
-        const int fed = feed_decoder(packet, &more_input);
+        const int fed = feed_decoder(packet, cancel, &more_input);
         if (fed < 0) {
             return fed;
         }
@@ -220,8 +224,14 @@ void Instance::measure_sound(AVFrame* frame) const {
 }
 
 /// Gives the decoder the next packet, or at the end of the file the sign to hand out what it holds.
-int Instance::feed_decoder(AVPacket* packet, bool* more_input) {
-    const int read = read_packet(packet);
+int Instance::feed_decoder(AVPacket* packet, const std::atomic<bool>* cancel, bool* more_input) {
+    if (is_set(cancel)) {
+        return AVERROR_EXIT;
+    }
+    const int read = read_packet(packet, cancel);
+    if (read == AVERROR_EXIT && is_set(cancel)) {
+        return read;
+    }
     if (read == AVERROR_EOF) {
         (void)avcodec_send_packet(m_codec.get(), nullptr);  // fails only if it was sent before
         *more_input = false;
@@ -248,14 +258,15 @@ void Instance::decode_roughly(int max_packets) {
     }
 }
 
-/// The next packet that the decoder is to see.
-int Instance::read_packet(AVPacket* packet) {
+/// The next packet that the decoder is to see; AVERROR_EXIT if `cancel` is set while it is looked
+/// for.
+int Instance::read_packet(AVPacket* packet, const std::atomic<bool>* cancel) {
     if (m_packets_left == 0) {
         return AVERROR_EOF;
     }
     int result = m_landing != Landing::BehindPacket ? read_at_landing(packet) : get_packet(packet);
     while (result >= 0 && !passes_key_gate(*packet)) {
-        result = get_packet(packet);
+        result = is_set(cancel) ? AVERROR_EXIT : get_packet(packet);
     }
     if (result >= 0 && m_packets_left > 0) {
         --m_packets_left;
@@ -420,6 +431,11 @@ bool Instance::is_broadcast() const {
 bool Instance::reopen() {
     Instance fresh;
     if (!fresh.open(url_of(*m_format).c_str(), m_stream->index)) {
+        return false;
+    }
+    if (fresh.m_codec->codec_type != m_codec->codec_type) {
+        FW_LOG(2, "bg", "stream %d is of another kind by now: %s", m_stream->index,
+               url_of(*m_format).c_str());
         return false;
     }
     swap(&fresh);

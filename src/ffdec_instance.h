@@ -4,6 +4,7 @@
 #include "ffdec_instance_jitter.h"
 #include "media/ff_handles.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -44,7 +45,10 @@ public:
     /// Decodes the next frame into `frame`, its pts repaired. `packet` is scratch; both are
     /// unreferenced first. Returns 0, AVERROR_EOF after the last frame, AVERROR_EXIT if not open,
     /// or the error of a read or a decode call: calling again goes on behind it.
-    int get_frame(AVPacket* packet, AVFrame* frame);
+    /// A decoder with threads wants many packets before its first frame, so `cancel` (may be null)
+    /// is looked at before each of them: once it is set the result is AVERROR_EXIT, with nothing
+    /// lost, and calling again goes on from there.
+    int get_frame(AVPacket* packet, AVFrame* frame, const std::atomic<bool>* cancel = nullptr);
 
     /// For who asks what comes out but does not look at it: from here on pictures are decoded
     /// roughly (their number, times and shape stay what they are), and with `max_packets` above 0
@@ -82,14 +86,14 @@ private:
     bool start_codec(const AVCodec* codec);
     void reset_codec(bool at_start);
     void ignore_other_streams();
-    int decode_frame(AVPacket* packet, AVFrame* frame);
+    int decode_frame(AVPacket* packet, AVFrame* frame, const std::atomic<bool>* cancel);
     void measure_sound(AVFrame* frame) const;
     void keep_sound_in_order(AVFrame* frame);
     std::int64_t next_sound_time(std::int64_t time, std::int64_t length);
-    int read_packet(AVPacket* packet);
+    int read_packet(AVPacket* packet, const std::atomic<bool>* cancel);
     int read_at_landing(AVPacket* packet);
     void note_first_packet();
-    int feed_decoder(AVPacket* packet, bool* more_input);
+    int feed_decoder(AVPacket* packet, const std::atomic<bool>* cancel, bool* more_input);
     bool seek_file(std::int64_t target);
     int seek_before(std::int64_t target);
     std::int64_t time_to_decode_from(std::int64_t target) const;

@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "ffdec_instance.h"
 #include "ffmpeg_guard.h"
+#include "media/input_file.h"
 
 #include <framewell/media/ffmpeg_error.h>
 
@@ -88,16 +89,17 @@ public:
         m_last_time = AV_NOPTS_VALUE;
     }
 
-    /// Decodes one frame. Like a worker it reads on over a few damaged packets.
-    int decode() {
+    /// Decodes one frame. Like a worker it reads on over a few damaged packets. AVERROR_EXIT once
+    /// `cancel` (may be null) is set.
+    int decode(const std::atomic<bool>* cancel = nullptr) {
         if (!m_packet || !m_frame) {
             return AVERROR(ENOMEM);
         }
-        int result = m_instance.get_frame(m_packet.get(), m_frame.get());
+        int result = m_instance.get_frame(m_packet.get(), m_frame.get(), cancel);
         for (int errors = 1;
              result < 0 && result != AVERROR_EOF && result != AVERROR_EXIT && errors <= kMaxErrors;
              ++errors) {
-            result = m_instance.get_frame(m_packet.get(), m_frame.get());
+            result = m_instance.get_frame(m_packet.get(), m_frame.get(), cancel);
         }
         if (result >= 0) {
             ++m_count;
@@ -107,7 +109,7 @@ public:
     }
 
     void decode_to_end(const std::atomic<bool>* cancel) {
-        while (!is_set(cancel) && decode() >= 0) {
+        while (!is_set(cancel) && decode(cancel) >= 0) {
         }
     }
 
@@ -343,7 +345,7 @@ MovieCtx* getMovieInfo(const char* path, std::atomic<bool>* cancel) {
         return known;
     }
     AVFormatContext* opened = nullptr;
-    if (avformat_open_input(&opened, path, nullptr, nullptr) < 0) {
+    if (open_input_file(&opened, path) < 0) {
         FW_LOG(2, "bg", "can't open input file: %s", path);
         return nullptr;
     }

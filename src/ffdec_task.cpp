@@ -58,6 +58,23 @@ std::int64_t time_of(const std::shared_ptr<AVFrame>& frame) {
     return frame->best_effort_timestamp;
 }
 
+bool is_set(const std::atomic<bool>* flag) {
+    return flag != nullptr && flag->load();
+}
+
+/// True for a result that is no error of the decoder: it was told to stop.
+bool is_cancelled(int result, const std::atomic<bool>* cancel) {
+    return result == AVERROR_EXIT && is_set(cancel);
+}
+
+/// True if the file's stream is what the record says: the file may have been replaced since it was
+/// probed, and samples taken for pixels are no picture.
+bool is_of_kind(const AVStream& opened, StreamType probed) {
+    const AVMediaType kind = opened.codecpar->codec_type;
+    return (probed == StreamType::Video) == (kind == AVMEDIA_TYPE_VIDEO) &&
+           (probed == StreamType::Audio) == (kind == AVMEDIA_TYPE_AUDIO);
+}
+
 }  // namespace
 
 /// One search for the frame at `ts`.
@@ -90,6 +107,11 @@ bool FFDec_Task::open(const StreamCtx* stream) {
     m_one_second = one_second_in_ticks(stream->time_base);
     auto instance = std::make_unique<Instance>();
     if (stream->movie == nullptr || !instance->open(stream->movie->path, stream->index)) {
+        return false;
+    }
+    if (!is_of_kind(*instance->avstream(), stream->type)) {
+        FW_LOG(2, "bg", "stream %d is of another kind by now: %s", stream->index,
+               stream->movie->path);
         return false;
     }
     m_instance = std::move(instance);
@@ -243,8 +265,11 @@ std::shared_ptr<AVFrame> FFDec_Task::pri_get_frame(long long ts, std::atomic<boo
             // An earlier search may have been given up between its seek and its first frame.
             m_at_head = ts <= 0;
             m_at_eof = false;
-            (void)m_instance->seek(run.target, true);  // a failure shows in what is decoded next
-            run.seeking = ts > 0;
+            if (!m_instance->seek(run.target, true) && ts <= 0) {
+                m_at_head = false;  // wherever the file stands, it is not at its start
+                return nullptr;
+            }
+            run.seeking = ts > 0;  // there a failure shows in what is decoded next
             break;
     }
     return decode_until(&run);
@@ -268,17 +293,19 @@ FFDec_Task::Decision FFDec_Task::decide(long long ts, Ts_ROUND mode,
 /// Decodes until the run has its frame, is cancelled, or nothing more can come.
 std::shared_ptr<AVFrame> FFDec_Task::decode_until(DecodeRun* run) {
     std::shared_ptr<AVFrame> frame;
-    while (m_packet && !(run->cancel != nullptr && run->cancel->load())) {
+    while (m_packet && !is_set(run->cancel)) {
         if (!frame) {
             frame = take_avframe_ptr();
             if (!frame) {
                 break;
             }
         }
-        const int decoded = m_instance->get_frame(m_packet.get(), frame.get());
+        const int decoded = m_instance->get_frame(m_packet.get(), frame.get(), run->cancel);
         if (decoded >= 0) {
             if (run->seeking && lies_past(*run, *frame)) {
-                step_back(run, frame->best_effort_timestamp, false);
+                if (!step_back(run, frame->best_effort_timestamp, false)) {
+                    break;
+                }
                 continue;
             }
             run->seeking = false;
@@ -291,8 +318,10 @@ std::shared_ptr<AVFrame> FFDec_Task::decode_until(DecodeRun* run) {
                 answer_at_end(run);
                 break;
             }
-            step_back(run, AV_NOPTS_VALUE, true);
-        } else if (!retry_after_error(run, decoded)) {
+            if (!step_back(run, AV_NOPTS_VALUE, true)) {
+                break;
+            }
+        } else if (is_cancelled(decoded, run->cancel) || !retry_after_error(run, decoded)) {
             break;
         }
     }
@@ -377,7 +406,8 @@ void FFDec_Task::report_broken() {
 }
 
 /// The seek landed behind the time: tries one second earlier, at last the start of the stream.
-void FFDec_Task::step_back(DecodeRun* run, std::int64_t frame_time, bool at_end) {
+/// False if the stream cannot even be brought to its start: the pictures to come are not the first.
+bool FFDec_Task::step_back(DecodeRun* run, std::int64_t frame_time, bool at_end) {
     run->reset_tries();
     if (at_end) {
         // Beyond the end every step would only meet the end again.
@@ -394,11 +424,13 @@ void FFDec_Task::step_back(DecodeRun* run, std::int64_t frame_time, bool at_end)
     FW_LOG(5, "bg", "[%s]---> seeking=(%lld), cur_frame=(%lld), backward (1sec=%lld)", kind,
            run->ts, at_end ? kNoFrame : static_cast<long long>(frame_time),
            static_cast<long long>(m_one_second));
-    (void)m_instance->seek(run->target, true);
+    const bool sought = m_instance->seek(run->target, true);
     if (run->target <= std::max<std::int64_t>(0, m_stream->start_time)) {
-        m_at_head = true;
+        m_at_head = sought;
         run->seeking = false;
+        return sought;
     }
+    return true;
 }
 
 /// The latest time that the stream is known to have; 0 when nothing is known.
@@ -431,8 +463,8 @@ std::shared_ptr<AVFrame> FFDec_Task::get_next_frame(std::atomic<bool>* cancel, b
 std::shared_ptr<AVFrame> FFDec_Task::decode_one_more(std::atomic<bool>* cancel, bool allow_last) {
     std::shared_ptr<AVFrame> frame = take_avframe_ptr();
     int tries = 0;
-    while (m_packet && frame && !(cancel != nullptr && cancel->load())) {
-        const int decoded = m_instance->get_frame(m_packet.get(), frame.get());
+    while (m_packet && frame && !is_set(cancel)) {
+        const int decoded = m_instance->get_frame(m_packet.get(), frame.get(), cancel);
         if (decoded >= 0) {
             repair_time(frame.get());
             evict_oldest_if_full();
@@ -442,6 +474,9 @@ std::shared_ptr<AVFrame> FFDec_Task::decode_one_more(std::atomic<bool>* cancel, 
         if (decoded == AVERROR_EOF) {
             m_at_eof = m_at_eof || !m_frames.empty();
             return allow_last && !m_frames.empty() ? m_frames.back() : nullptr;
+        }
+        if (is_cancelled(decoded, cancel)) {
+            break;
         }
         FW_LOG(2, "bg", "(2) failed to dec frame: %s", ffmpeg_error(decoded));
         if (!may_try_again(&tries)) {

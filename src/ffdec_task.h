@@ -81,7 +81,7 @@ private:
     static bool may_try_again(int* tries);
     bool accept_frame(DecodeRun* run, const std::shared_ptr<AVFrame>& frame);
     void answer_at_end(DecodeRun* run);
-    void step_back(DecodeRun* run, std::int64_t frame_time, bool at_end);
+    bool step_back(DecodeRun* run, std::int64_t frame_time, bool at_end);
     std::shared_ptr<AVFrame> decode_one_more(std::atomic<bool>* cancel, bool allow_last);
 
     void repair_time(AVFrame* frame) const;

@@ -30,6 +30,9 @@ Function* real(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+// libavformat decodes what it looks at with the same functions.
+thread_local bool t_is_finding_streams = false;
+
 }  // namespace
 
 extern "C" {
@@ -49,16 +52,22 @@ int av_seek_frame(AVFormatContext* format, int stream, int64_t ts, int flags) {
 
 int avcodec_send_packet(AVCodecContext* ctx, const AVPacket* packet) {
     static auto* const s_real = real<int(AVCodecContext*, const AVPacket*)>("avcodec_send_packet");
-    const auto answer =
-        g_demux_hooks.send_packet ? g_demux_hooks.send_packet(packet) : std::nullopt;
+    const auto answer = g_demux_hooks.send_packet && !t_is_finding_streams
+                            ? g_demux_hooks.send_packet(packet)
+                            : std::nullopt;
     return answer ? *answer : s_real(ctx, packet);
 }
 
 int avformat_find_stream_info(AVFormatContext* format, AVDictionary** options) {
     static auto* const s_real =
         real<int(AVFormatContext*, AVDictionary**)>("avformat_find_stream_info");
-    return g_demux_hooks.find_stream_info ? *g_demux_hooks.find_stream_info
-                                          : s_real(format, options);
+    if (g_demux_hooks.find_stream_info) {
+        return *g_demux_hooks.find_stream_info;
+    }
+    t_is_finding_streams = true;
+    const int result = s_real(format, options);
+    t_is_finding_streams = false;
+    return result;
 }
 
 int avcodec_parameters_to_context(AVCodecContext* ctx, const AVCodecParameters* parameters) {

@@ -19,7 +19,7 @@ namespace fw_test {
 struct DemuxHooks {
     std::function<std::optional<int>(AVPacket*)> read_packet;
     std::function<std::optional<int>(int stream, std::int64_t ts, int flags)> seek;
-    std::function<std::optional<int>(const AVPacket*)> send_packet;
+    std::function<std::optional<int>(const AVPacket*)> send_packet;  ///< not while a file is opened
     std::optional<int> find_stream_info;
     std::optional<int> copy_parameters;
     std::optional<int> open_codec;
