@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -132,11 +133,23 @@ void FFDecoderPrivate::run_async(const std::function<void()>& task) {
             return;
         }
         if (!m_async) {
-            m_async = AsyncHelper::start();
+            m_async = start_async();
         }
         helper = m_async;
     }
-    helper->submit(task);
+    if (helper) {
+        helper->submit(task);
+    }
+}
+
+/// Null if there can be no more threads: the request is then dropped like one without a result.
+std::shared_ptr<AsyncHelper> FFDecoderPrivate::start_async() const {
+    try {
+        return AsyncHelper::start();
+    } catch (const std::system_error& error) {
+        FW_LOG(2, m_name, "no thread for requests in the background: %s", error.what());
+        return nullptr;
+    }
 }
 
 /// Tells the background thread to end after the task that it runs; the next request makes another.

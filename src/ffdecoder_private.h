@@ -123,6 +123,7 @@ private:
     std::shared_ptr<AFrameCtx> resample(const AVFrame& frame, const RequireAudioFrame& req);
     bool describe_source(CodecContext* source) const;
     void forget_stream_state();
+    std::shared_ptr<AsyncHelper> start_async() const;
     void stop_async();
     void end_async();
 

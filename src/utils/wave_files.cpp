@@ -3,8 +3,10 @@
 #include <framewell/utils/files.h>
 #include <framewell/utils/wave_files.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -32,8 +34,24 @@ bool is_folder(std::FILE* file) {
     return ::fstat(::fileno(file), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+/// Moves a file out of the place of a standard stream that the host has closed: what anybody prints
+/// there would be written into the samples.
+std::FILE* beside_standard_streams(std::FILE* file, const char* mode) {
+    if (file == nullptr || ::fileno(file) > STDERR_FILENO) {
+        return file;
+    }
+    // Not made again by its name, which would empty it a second time.
+    const int moved = ::fcntl(::fileno(file), F_DUPFD, STDERR_FILENO + 1);
+    (void)std::fclose(file);  // nothing was written
+    std::FILE* const again = moved >= 0 ? ::fdopen(moved, mode) : nullptr;
+    if (moved >= 0 && again == nullptr) {
+        (void)::close(moved);
+    }
+    return again;
+}
+
 std::FILE* open_file(const char* path, const char* mode) {
-    std::FILE* const file = fs::ut_fopen(path, mode);
+    std::FILE* const file = beside_standard_streams(fs::ut_fopen(path, mode), mode);
     if (file != nullptr && is_folder(file)) {
         (void)std::fclose(file);  // nothing was written
         return nullptr;

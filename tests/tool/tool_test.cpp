@@ -1,7 +1,12 @@
+#include "tests/support/media.h"
 #include "tests/tool/tool_run.h"
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -130,6 +135,23 @@ TEST(ToolTest, ReportsThatStandardOutputIsFull) {
     const ToolResult result = ToolProcess({"--version"}, "/dev/full").finish();
     EXPECT_EQ(result.status, 1);
     EXPECT_TRUE(result.has_one_error_line()) << result.errors;
+}
+
+TEST(ToolTest, WritesNoMessagesIntoFilesWhereStandardStreamsAreClosed) {
+    const fw_test::TemporaryFolder folder;
+    const auto write_sound = [&folder](const std::string& name, const std::string& streams) {
+        const std::string command = "'" FRAMEWELL_TOOL_PATH "' audio '" + fw_test::clip_pcm() +
+                                    "' --from 0 --to 2 -v -o '" + folder.path(name) + "' " +
+                                    streams;
+        return WEXITSTATUS(std::system(command.c_str()));
+    };
+    ASSERT_EQ(write_sound("expected.raw", "> /dev/null 2>&1"), 0);
+    const std::string expected = fw_test::read_file(folder.path("expected.raw"));
+    ASSERT_EQ(write_sound("no_errors.raw", "> /dev/null 2>&-"), 0);
+    EXPECT_TRUE(fw_test::read_file(folder.path("no_errors.raw")) == expected);
+    // What cannot be reported counts as not done, and then there is no file.
+    EXPECT_EQ(write_sound("nothing.raw", "<&- >&- 2>&-"), 1);
+    EXPECT_FALSE(std::filesystem::exists(folder.path("nothing.raw")));
 }
 
 }  // namespace

@@ -7,6 +7,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <exception>
 #include <functional>
@@ -104,9 +107,21 @@ Exit run_tool(int argc, char** argv) {
     throw tool::Failure(kNoVerb, Exit::Usage);
 }
 
+// Opens what the caller has closed of the standard streams: the next file would get the place of
+// one, and what is printed there would be written into it.
+void open_standard_streams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(stream, F_GETFD) < 0) {
+            // The wrong way round, so that using it fails as it would on a closed stream.
+            (void)::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    open_standard_streams();
     // A reader that goes away shows as a failed write, which is reported like a full disk.
     (void)std::signal(SIGPIPE, SIG_IGN);  // cannot fail for a valid signal
     try {
