@@ -54,6 +54,7 @@ void AVFilterMgr::uninit() {
     buffersrc_ctx = nullptr;
     buffersink_ctx = nullptr;
     filter_graph.reset();
+    m_scaler.reset();
     m_complete = false;
 }
 
@@ -100,6 +101,7 @@ int AVFilterMgr::init_video_filters(const CodecContext* ctx, const char* desc) {
     if (r < 0) {
         av_log(nullptr, AV_LOG_ERROR, "filter config failed: %s\n", error_text(r).c_str());
     }
+    m_source = *ctx;
     return r;
 }
 
@@ -136,6 +138,7 @@ int AVFilterMgr::init_audio_filters(const CodecContext* ctx, const char* desc) {
     if (r >= 0) {
         r = configure();
     }
+    m_source = *ctx;
     if (r < 0) {
         return r;
     }
@@ -189,7 +192,51 @@ int AVFilterMgr::configure() {
 }
 
 int AVFilterMgr::buffersrc_add_frame_flags(AVFrame* frame, int flags) {
-    return m_complete ? av_buffersrc_add_frame_flags(buffersrc_ctx, frame, flags) : AVERROR(EINVAL);
+    if (!m_complete) {
+        return AVERROR(EINVAL);
+    }
+    if (frame == nullptr || fits(*frame)) {
+        return av_buffersrc_add_frame_flags(buffersrc_ctx, frame, flags);
+    }
+    const FramePtr fitting = refitted(*frame);
+    return fitting ? av_buffersrc_add_frame_flags(buffersrc_ctx, fitting.get(), flags)
+                   : AVERROR(EINVAL);
+}
+
+/// Sound is no matter here: its filters negotiate what they get.
+bool AVFilterMgr::fits(const AVFrame& frame) const {
+    return static_cast<StreamType>(m_source.type) != StreamType::Video ||
+           (frame.width == m_source.width && frame.height == m_source.height &&
+            frame.format == m_source.pix_fmt);
+}
+
+/// The picture as the graph was told that pictures are; null if that is not possible. A stream may
+/// change its size on the way, and a device gives other pictures than the software that follows it.
+FramePtr AVFilterMgr::refitted(const AVFrame& frame) {
+    const auto from = static_cast<AVPixelFormat>(frame.format);
+    const auto to = static_cast<AVPixelFormat>(m_source.pix_fmt);
+    // swscale stops the process for a format that does not exist.
+    if (frame.width <= 0 || frame.height <= 0 || av_pix_fmt_desc_get(from) == nullptr ||
+        av_pix_fmt_desc_get(to) == nullptr || sws_isSupportedInput(from) == 0 ||
+        sws_isSupportedOutput(to) == 0) {
+        return nullptr;
+    }
+    m_scaler.reset(sws_getCachedContext(m_scaler.release(), frame.width, frame.height, from,
+                                        m_source.width, m_source.height, to, SWS_FAST_BILINEAR,
+                                        nullptr, nullptr, nullptr));
+    FramePtr fitting(av_frame_alloc());
+    if (!m_scaler || !fitting || av_frame_copy_props(fitting.get(), &frame) < 0) {
+        return nullptr;
+    }
+    fitting->width = m_source.width;
+    fitting->height = m_source.height;
+    fitting->format = m_source.pix_fmt;
+    if (av_frame_get_buffer(fitting.get(), 0) < 0 ||
+        sws_scale(m_scaler.get(), frame.data, frame.linesize, 0, frame.height, fitting->data,
+                  fitting->linesize) < 0) {
+        return nullptr;
+    }
+    return fitting;
 }
 
 int AVFilterMgr::buffersink_get_frame(AVFrame* frame) {

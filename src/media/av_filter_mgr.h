@@ -56,7 +56,8 @@ public:
     int init_audio_filters(const CodecContext* ctx, const char* desc);
 
     /// av_buffersrc_add_frame_flags on the source; null: the input ends. AVERROR(EINVAL) while
-    /// there is no complete graph.
+    /// there is no complete graph. Filters read as much of a picture as they were told that it has:
+    /// one of another size or format than init_filters() was given is converted first.
     int buffersrc_add_frame_flags(AVFrame* frame, int flags);
 
     /// av_buffersink_get_frame on the sink. AVERROR(EINVAL) for a null frame and while there is no
@@ -75,8 +76,12 @@ private:
     int create_ends(const EndKinds& kinds, const char* source_args, OpenPads* pads);
     int parse(const char* desc, OpenPads* pads);
     int configure();
+    bool fits(const AVFrame& frame) const;
+    FramePtr refitted(const AVFrame& frame);
 
     bool m_complete = false;  // every step of building the graph succeeded
+    CodecContext m_source{};  // what the graph was built for
+    SwsPtr m_scaler;          // for pictures that are something else
 };
 
 }  // namespace ff

@@ -406,6 +406,51 @@ TEST(AVFilterMgrTest, HasOneGraphAfterTwoInitialisations) {
     EXPECT_EQ(pass_one(&filter, in.get())->nb_samples, 10);
 }
 
+TEST(AVFilterMgrTest, TakesPicturesThatAreNotAsTheyWereAnnounced) {
+    struct Shape {
+        int width, height;
+        AVPixelFormat format;
+    };
+
+    const CodecContext announced = video_context();
+    AVFilterMgr filter;
+    ASSERT_GE(filter.init_filters(&announced, "hflip"), 0);
+    std::int64_t pts = 0;
+    for (const Shape& shape :
+         {Shape{16, 16, AV_PIX_FMT_YUV420P}, Shape{64, 48, AV_PIX_FMT_NV12},
+          Shape{128, 96, AV_PIX_FMT_YUV444P}, Shape{64, 48, AV_PIX_FMT_YUV420P}}) {
+        const FramePtr in(av_frame_alloc());
+        in->width = shape.width;
+        in->height = shape.height;
+        in->format = shape.format;
+        in->pts = ++pts;
+        ASSERT_GE(av_frame_get_buffer(in.get(), 0), 0);
+        for (int plane = 0; plane < 3 && in->buf[plane] != nullptr; ++plane) {
+            std::memset(in->buf[plane]->data, 100, static_cast<std::size_t>(in->buf[plane]->size));
+        }
+        const FramePtr out = pass_one(&filter, in.get());
+        EXPECT_EQ(out->width, announced.width);
+        EXPECT_EQ(out->height, announced.height);
+        EXPECT_EQ(out->format, announced.pix_fmt);
+        EXPECT_EQ(out->pts, pts);
+        EXPECT_EQ(out->data[0][0], 100);
+        EXPECT_EQ(out->data[2][out->linesize[2] * 23 + 31], 100);
+    }
+}
+
+TEST(AVFilterMgrTest, RefusesPicturesThatCannotBeConverted) {
+    const CodecContext announced = video_context();
+    AVFilterMgr filter;
+    ASSERT_GE(filter.init_filters(&announced, "hflip"), 0);
+    const FramePtr frame = picture(announced, 1);
+    frame->format = AV_PIX_FMT_VAAPI;
+    EXPECT_EQ(filter.buffersrc_add_frame_flags(frame.get(), AV_BUFFERSRC_FLAG_KEEP_REF),
+              AVERROR(EINVAL));
+    const FramePtr empty(av_frame_alloc());
+    EXPECT_EQ(filter.buffersrc_add_frame_flags(empty.get(), AV_BUFFERSRC_FLAG_KEEP_REF),
+              AVERROR(EINVAL));
+}
+
 TEST(AVFilterMgrTest, CanBeUninitialisedTwice) {
     AVFilterMgr filter;
     const CodecContext context = video_context();
