@@ -3,26 +3,23 @@
 
 #include "hw/hw_decoder.h"
 #include "tests/hw/hw_decode.h"
+#include "tests/hw/stand_in_driver/stand_in.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/media.h"
 
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
-#include <stdlib.h>
 
 #include <atomic>
 #include <cstddef>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
 
-namespace {
+std::atomic<bool> fw_test::g_fail_transfer{false};
 
-std::atomic<bool> g_fail_transfer{false};
-
-}  // namespace
+using fw_test::g_fail_transfer;
 
 // Comes before libavutil's. The driver cannot fail at this step alone: before 6.0 libavutil does
 // not look at the result of the copy, and every earlier call of it serves decoding as well.
@@ -39,50 +36,16 @@ using fw_test::clip_h264;
 using fw_test::decode_clip;
 using fw_test::DecodedPicture;
 using fw_test::DecodeRun;
+using fw_test::kStandInLuma;
 using fw_test::LogCapture;
 using fw_test::make_clip;
 using Texts = std::vector<std::string>;
 
-constexpr int kStandInLuma = 81;
 constexpr char kRefused[] = "Failed to get HW surface format. 当前硬解码不支持该像素格式";
 constexpr char kConfirmed[] = "[hwdec] device 'cuda' is OK for 'h264'";
 
-bool is_cuda_listed() {
-    AVHWDeviceType type = AV_HWDEVICE_TYPE_NONE;
-    while ((type = av_hwdevice_iterate_types(type)) != AV_HWDEVICE_TYPE_NONE) {
-        if (type == AV_HWDEVICE_TYPE_CUDA) {
-            return true;
-        }
-    }
-    return false;
-}
-
-class StandInDriverTest : public testing::Test {
+class StandInDriverTest : public fw_test::StandInFixture {
 protected:
-    void SetUp() override {
-        // A real driver would answer as well, but not with flat pictures.
-        const char* const libraries = getenv("LD_LIBRARY_PATH");
-        if (libraries == nullptr || std::strstr(libraries, FRAMEWELL_STAND_IN_FOLDER) == nullptr) {
-            GTEST_SKIP() << "LD_LIBRARY_PATH lacks the stand-in driver: " FRAMEWELL_STAND_IN_FOLDER;
-        }
-        if (!is_cuda_listed()) {
-            GTEST_SKIP() << "this FFmpeg is built without the device type cuda";
-        }
-        const LogCapture quiet;
-        ASSERT_TRUE(ff::hw_enable_device("cuda"));
-    }
-
-    void TearDown() override {
-        fail_at("");
-        g_fail_transfer = false;
-        const LogCapture quiet;
-        ff::hw_disable();
-    }
-
-    static void fail_at(const char* step) {
-        ASSERT_EQ(setenv("FRAMEWELL_STAND_IN_FAIL", step, 1), 0);
-    }
-
     /// The same clip without a device.
     static DecodeRun decode_in_software(const std::string& path) {
         const LogCapture quiet;
