@@ -2,12 +2,14 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace fw_test {
 
@@ -25,8 +27,9 @@ class HangWatch {
     };
 
 public:
-    explicit HangWatch(std::chrono::seconds limit)
-        : m_limit(limit), m_thread([this] { watch(); }) {}
+    /// @param threads  how many there are to watch; each has a slot, from 0.
+    HangWatch(std::chrono::seconds limit, std::size_t threads)
+        : m_limit(limit), m_slots(threads), m_thread([this] { watch(); }) {}
 
     HangWatch(const HangWatch&) = delete;
     HangWatch& operator=(const HangWatch&) = delete;
@@ -38,13 +41,6 @@ public:
         }
         m_changed.notify_all();
         m_thread.join();
-    }
-
-    /// Returns a number under which one thread reports its steps.
-    std::size_t add_slot() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_slots.emplace_back();
-        return m_slots.size() - 1;
     }
 
     /// A step that has begun, and ends with the object.
@@ -98,9 +94,9 @@ private:
     const std::chrono::seconds m_limit;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::deque<Slot> m_slots;  // guarded by m_mutex
-    bool m_done = false;       // guarded by m_mutex
-    std::thread m_thread;      // last, so that it sees all the others made
+    std::vector<Slot> m_slots;  // guarded by m_mutex
+    bool m_done = false;        // guarded by m_mutex
+    std::thread m_thread;       // last, so that it sees all the others made
 };
 
 }  // namespace fw_test

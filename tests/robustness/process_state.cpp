@@ -3,7 +3,6 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -22,6 +21,16 @@ int entries_in(const char* folder) {
     return count;
 }
 
+double allocated_mb() {
+#ifdef __GLIBC__
+#if __GLIBC_PREREQ(2, 33)
+    const struct mallinfo2 info = ::mallinfo2();
+    return (static_cast<double>(info.uordblks) + static_cast<double>(info.hblkhd)) / 1e6;
+#endif
+#endif
+    return 0;
+}
+
 }  // namespace
 
 ProcessState process_state() {
@@ -30,7 +39,7 @@ ProcessState process_state() {
     double resident = 0;
     statm >> all >> resident;
     statm.close();
-    return {resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1e6,
+    return {resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1e6, allocated_mb(),
             entries_in("/proc/self/task"), entries_in("/proc/self/fd")};
 }
 

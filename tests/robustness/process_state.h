@@ -5,6 +5,7 @@ namespace fw_test {
 /// What a process holds of its machine.
 struct ProcessState {
     double resident_mb = 0;
+    double allocated_mb = 0;  ///< by malloc, and not freed; 0 where the C library does not tell
     int threads = 0;
     int files = 0;  ///< open descriptors
 };

@@ -3,7 +3,8 @@
 //     soak load  [OPTION...] [FILE...]    64 decoders on 8 files in 16 threads
 //     soak scrub [OPTION...] [FILE...]    whatever comes to the mind of two threads, round by
 //     round;
-//                                         between rounds nothing is open, and memory is measured
+//                                         between rounds, when but two decoders are open that last
+//                                         for the whole time, memory is measured
 //
 // --seconds=N     how long
 // --actions=N     instead: as many actions, of each thread of `load` or of each round of `scrub`
@@ -123,8 +124,7 @@ public:
     explicit Soak(const Options& options)
         : m_options(options),
           m_streams(fw_test::learn_streams(options.files)),
-          m_watch(std::chrono::seconds(options.hang_seconds)),
-          m_slot(m_watch.add_slot()),
+          m_watch(std::chrono::seconds(options.hang_seconds), kLoadThreads + 1),
           m_at_start(process_state()),
           m_started(Clock::now()) {}
 
@@ -156,7 +156,10 @@ private:
         (void)std::fflush(stdout);
     }
 
-    SoakActor::Surroundings surroundings() { return {&m_streams, &m_record, &m_watch}; }
+    /// Those of thread number `number`.
+    SoakActor::Surroundings surroundings(std::size_t number) {
+        return {&m_streams, &m_record, &m_watch, number};
+    }
 
     /// Says once a minute that there is progress.
     void tell_progress(const std::function<bool()>& is_done) {
@@ -191,7 +194,7 @@ private:
                     actor.act();
                     ++m_actions;
                 }
-                actor.let_go();
+                actor.come_to_rest();
                 --running;
             });
         }
@@ -238,7 +241,7 @@ private:
             for (std::size_t at = number; at < all.size(); at += kLoadThreads) {
                 own.push_back(all[at]);
             }
-            actors.emplace_back(surroundings(), mixed_seed(m_options.seed, number), own, all);
+            actors.emplace_back(surroundings(number), mixed_seed(m_options.seed, number), own, all);
         }
         let_act(&actors, m_options.seconds);
     }
@@ -246,35 +249,47 @@ private:
     // Scrubbing
 
     void run_scrub() {
+        // What grows with every request of a decoder that is never closed is to show, too.
+        std::vector<Seat> lasting(kScrubThreads);
+        for (std::size_t i = 0; i < lasting.size(); ++i) {
+            lasting[i].stream = &m_streams[i];
+            lasting[i].is_lasting = true;
+            open(&lasting[i]);
+            SoakActor(surroundings(i), 0, {&lasting[i]}, {}).come_to_rest();
+        }
+        m_expected = process_state();
         const double seconds = m_options.seconds / static_cast<double>(m_options.rounds);
         for (std::size_t round = 0; round < m_options.rounds; ++round) {
-            scrub_once(round, seconds);
+            scrub_once(round, seconds, &lasting);
             expect_nothing_left("round " + std::to_string(round));
             (void)ff::mem_collection(0);
             fw_test::trim_memory();
-            m_memory.end_round(process_state().resident_mb);
+            const ProcessState now = process_state();
+            m_memory.end_round(now.resident_mb, now.allocated_mb);
             if (seconds_since(m_told) >= 60) {
                 m_told = Clock::now();
                 say("round %zu of %zu, %llu actions, %s%s", round + 1, m_options.rounds, actions(),
                     m_memory.now().c_str(), m_record.has_failed() ? ", FAILURES" : "");
             }
         }
+        m_expected = m_at_start;
     }
 
-    void scrub_once(std::size_t round, double seconds) {
+    /// Each thread has one of the lasting seats, one more on pictures and one on sound.
+    void scrub_once(std::size_t round, double seconds, std::vector<Seat>* lasting) {
         std::deque<std::vector<Seat>> seats;
         std::deque<SoakActor> actors;
         for (std::size_t number = 0; number < kScrubThreads; ++number) {
             const std::uint64_t seed = mixed_seed(mixed_seed(m_options.seed, round), number);
             fw_test::Random random(seed);
-            seats.emplace_back(3);
-            std::vector<Seat*> own;
+            seats.emplace_back(2);
+            std::vector<Seat*> own{&(*lasting)[number]};
             for (Seat& seat : seats.back()) {
                 seat.stream = any_stream(own.size() < 2, &random);
                 open(&seat);
                 own.push_back(&seat);
             }
-            actors.emplace_back(surroundings(), seed, own, std::vector<Seat*>{});
+            actors.emplace_back(surroundings(number), seed, own, std::vector<Seat*>{});
         }
         let_act(&actors, seconds);
     }
@@ -290,21 +305,21 @@ private:
 
     // Afterwards
 
-    /// Threads and open files are as at the start. A thread that has been joined may stay in the
+    /// Threads and open files are as they were. A thread that has been joined may stay in the
     /// system's list for a moment.
     void expect_nothing_left(const std::string& when) {
         ProcessState now = process_state();
         for (int i = 0;
-             i < 200 && (now.threads != m_at_start.threads || now.files != m_at_start.files); ++i) {
+             i < 200 && (now.threads != m_expected.threads || now.files != m_expected.files); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
             now = process_state();
         }
-        if (now.threads != m_at_start.threads) {
-            m_record.fail(std::to_string(now.threads - m_at_start.threads) +
+        if (now.threads != m_expected.threads) {
+            m_record.fail(std::to_string(now.threads - m_expected.threads) +
                           " threads left behind at " + when);
         }
-        if (now.files != m_at_start.files) {
-            m_record.fail(std::to_string(now.files - m_at_start.files) +
+        if (now.files != m_expected.files) {
+            m_record.fail(std::to_string(now.files - m_expected.files) +
                           " open files left behind at " + when);
         }
     }
@@ -315,7 +330,7 @@ private:
         std::size_t pictures = 0;
         std::size_t tenths = 0;
         for (const KnownStream& stream : m_streams) {
-            const HangWatch::Step watched(&m_watch, m_slot, "verification");
+            const HangWatch::Step watched(&m_watch, kLoadThreads, "verification");
             for (const std::string& difference : fw_test::differences_in_order(stream, step)) {
                 m_record.fail("afterwards: " + difference);
             }
@@ -361,8 +376,8 @@ private:
     SoakRecord m_record;
     SoakMemory m_memory;
     HangWatch m_watch;
-    const std::size_t m_slot;
     const ProcessState m_at_start;
+    ProcessState m_expected = m_at_start;  // while what lasts is open, with that
     const Clock::time_point m_started;
     Clock::time_point m_told = Clock::now();
     std::atomic<std::uint64_t> m_actions{0};

@@ -139,11 +139,7 @@ const std::vector<SoakActor::Action>& SoakActor::actions() {
 
 SoakActor::SoakActor(const Surroundings& surroundings, std::uint64_t seed, std::vector<Seat*> own,
                      std::vector<Seat*> lent)
-    : m_around(surroundings),
-      m_random(seed),
-      m_own(std::move(own)),
-      m_lent(std::move(lent)),
-      m_slot(surroundings.watch->add_slot()) {}
+    : m_around(surroundings), m_random(seed), m_own(std::move(own)), m_lent(std::move(lent)) {}
 
 void SoakActor::act() {
     static const std::size_t s_weights =
@@ -155,13 +151,30 @@ void SoakActor::act() {
         choice -= chosen->weight;
         ++chosen;
     }
-    const HangWatch::Step step(m_around.watch, m_slot, chosen->name);
+    const HangWatch::Step step(m_around.watch, m_around.slot, chosen->name);
     (this->*chosen->run)();
     m_around.record->count(chosen->name);
 }
 
-void SoakActor::let_go() {
+void SoakActor::come_to_rest() {
+    const HangWatch::Step step(m_around.watch, m_around.slot, "coming to rest");
     m_kept.clear();
+    for (const Seat* const seat : m_own) {
+        if (!seat->is_lasting) {
+            continue;
+        }
+        // When the newest request in the background is over, none is left.
+        Over over;
+        if (seat->stream->is_video()) {
+            seat->decoder->getVideoFrameAsync(
+                known_picture_at(*seat->stream, seat->stream->pictures[0].from),
+                [token = over.token()](const auto&) {});
+        } else {
+            seat->decoder->getAudioFrameAsync(known_tenth(*seat->stream, 0),
+                                              [token = over.token()](const auto&) {});
+        }
+        over.wait();
+    }
 }
 
 Seat* SoakActor::any_seat(bool video) {
@@ -187,6 +200,12 @@ Seat* SoakActor::own_seat(bool video) {
         }
     }
     return nullptr;
+}
+
+/// One of the actor's own that may be closed.
+Seat* SoakActor::passing_seat() {
+    Seat* const seat = m_own[m_random.below(m_own.size())];
+    return seat->is_lasting ? nullptr : seat;
 }
 
 bool SoakActor::is_own(const Seat& seat) const {
@@ -330,7 +349,7 @@ void SoakActor::drag() {
 
 void SoakActor::ask_and_close() {
     Seat* const seat = own_seat(true);
-    if (seat == nullptr) {
+    if (seat == nullptr || seat->is_lasting) {
         return;
     }
     for (int i = 0; i < 3; ++i) {
@@ -396,17 +415,21 @@ void SoakActor::seek() {
 }
 
 void SoakActor::reopen() {
-    Seat* const seat = m_own[m_random.below(m_own.size())];
+    Seat* const seat = passing_seat();
+    if (seat == nullptr) {
+        return;
+    }
     seat->decoder->close();
-    if (!seat->decoder->reopen()) {
+    const bool was_open = seat->decoder->streamContex() != nullptr;  // not since it began anew
+    if (was_open ? !seat->decoder->reopen() : !seat->decoder->open(seat->stream->record)) {
         complain(*seat->stream, "cannot be reopened");
     }
 }
 
 /// To another stream of the same kind, without a close.
 void SoakActor::move() {
-    Seat* const seat = m_own[m_random.below(m_own.size())];
-    if (!is_alone()) {
+    Seat* const seat = passing_seat();
+    if (seat == nullptr || !is_alone()) {
         return;  // whoever asks it meanwhile must know what it answers from
     }
     const KnownStream& stream = any_stream(seat->stream->is_video());
@@ -417,11 +440,11 @@ void SoakActor::move() {
 }
 
 void SoakActor::begin_anew() {
-    Seat* const seat = m_own[m_random.below(m_own.size())];
-    if (!is_alone()) {
+    Seat* const seat = passing_seat();
+    if (seat == nullptr || !is_alone()) {
         return;  // others may be using it
     }
-    *seat = Seat{std::make_unique<ff::FFDecoder2>(), seat->stream, false};
+    seat->decoder = std::make_unique<ff::FFDecoder2>();
 }
 
 void SoakActor::use_a_second_decoder() {

@@ -49,6 +49,7 @@ struct Seat {
     std::unique_ptr<ff::FFDecoder2> decoder = std::make_unique<ff::FFDecoder2>();
     const KnownStream* stream = nullptr;
     bool has_effects = false;  ///< then nothing is known about what it answers
+    bool is_lasting = false;   ///< never closed, moved or destroyed by an actor
 };
 
 /// One thread of a host that does what comes to its mind, and looks at every answer. What decoders
@@ -65,6 +66,7 @@ public:
         const std::vector<KnownStream>* streams = nullptr;
         SoakRecord* record = nullptr;
         HangWatch* watch = nullptr;
+        std::size_t slot = 0;  ///< of `watch`
     };
 
     /// @param own      the actor's seats; nobody else may use them, unless they are in `lent` of
@@ -76,8 +78,9 @@ public:
     /// Does one thing.
     void act();
 
-    /// Lets go of all results.
-    void let_go();
+    /// Lets go of all results, and brings the actor's lasting seats to the start of their streams,
+    /// so that they hold the same every time.
+    void come_to_rest();
 
 private:
     struct Action;
@@ -87,6 +90,7 @@ private:
     // What to ask of whom
     Seat* any_seat(bool video);
     Seat* own_seat(bool video);
+    Seat* passing_seat();
     bool is_own(const Seat& seat) const;
 
     bool is_alone() const { return m_lent.empty(); }
@@ -130,7 +134,6 @@ private:
     Random m_random;
     const std::vector<Seat*> m_own;
     const std::vector<Seat*> m_lent;
-    const std::size_t m_slot;
     std::vector<std::shared_ptr<ff::VFrameCtx>> m_kept;
 };
 
