@@ -192,7 +192,8 @@ void check_ranges(ByteScript& script) {
     Range scaled = a;
     scaled *= b.start;
     scaled /= b.end;
-    if (has_exact_sum(a.start, b.start) && has_exact_sum(a.end, b.end) &&
+    if (a.start.den != 0 && a.end.den != 0 && b.start.den != 0 && b.end.den != 0 &&
+        has_exact_sum(a.start, b.start) && has_exact_sum(a.end, b.end) &&
         has_exact_sum(a.start, b.end) && has_exact_sum(a.end, b.start)) {
         expect(hull.start <= a.start && hull.start <= b.start, "a hull begins first");
         expect(hull.end >= a.end && hull.end >= b.end, "a hull ends last");
