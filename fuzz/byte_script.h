@@ -2,10 +2,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <string>
 
 namespace fuzz {
+
+/// Returns what a function that takes a C string sees of `text`.
+inline std::string up_to_nul(const std::string& text) {
+    return text.substr(0, text.find('\0'));
+}
 
 /// Reads the bytes of an input as a script, from the front. A script that has ended goes on with
 /// zeros, so that every input has a meaning and every cut of an input is one too.

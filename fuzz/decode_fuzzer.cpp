@@ -151,12 +151,12 @@ private:
             case 4:
                 decoder.getVideoFrameAsync(
                     take_picture_request(m_script, stream),
-                    [](std::shared_ptr<ff::VFrameCtx> picture) { check(picture); });
+                    [](const std::shared_ptr<ff::VFrameCtx>& picture) { check(picture); });
                 break;
             case 5:
                 decoder.getAudioFrameAsync(
                     take_sound_request(m_script, m_last_end),
-                    [](std::shared_ptr<ff::AFrameCtx> sound) { check(sound); });
+                    [](const std::shared_ptr<ff::AFrameCtx>& sound) { check(sound); });
                 break;
             case 6: {
                 const Rational time = take_time(m_script);

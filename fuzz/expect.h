@@ -19,7 +19,8 @@ inline void expect(bool holds, const char* rule) {
 /// Reads all of a buffer of `size` bytes, which AddressSanitizer watches.
 inline void touch(const void* bytes, int size) {
     const void* const volatile same = bytes;  // or the compiler would know the answer
-    expect(size == 0 || std::memcmp(bytes, same, static_cast<std::size_t>(size)) == 0,
+    expect(size == 0 ||
+               (bytes != nullptr && std::memcmp(bytes, same, static_cast<std::size_t>(size)) == 0),
            "all of a buffer can be read");
 }
 

@@ -168,7 +168,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ByteScript script(data, size);
     const std::uint8_t kind = script.byte();
     const double speed = speeds[kind / 2 % 8];
-    const std::string text = script.rest().c_str();
+    const std::string text = fuzz::up_to_nul(script.rest());
     check_combining(text, speed);
     if (!can_be_tried(text)) {
         return -1;  // of no use for more inputs

@@ -63,13 +63,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     ByteScript script(data, size);
-    const std::string tag = script.text(script.byte()).c_str();
-    const std::string file = script.text(script.byte()).c_str();
+    const std::string tag = fuzz::up_to_nul(script.text(script.byte()));
+    const std::string file = fuzz::up_to_nul(script.text(script.byte()));
     const int level = script.small_number();
     const int line = script.small_number();
     check_prefix(script, tag, file);
     (void)mox::Logger::now(script.text(script.below(40)).c_str());
-    const std::string message = script.rest().c_str();
+    const std::string message = fuzz::up_to_nul(script.rest());
     expect(line_of(tag, level, file, line, message).size() <= kLongestLine,
            "a line has at most 510 characters");
     check_callback(tag, level, message);

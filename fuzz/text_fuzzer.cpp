@@ -71,8 +71,8 @@ std::string without(const std::string& text, const std::string& set) {
 }
 
 void check_trimming(ByteScript& script) {
-    const std::string text = take_text(script).c_str();
-    const std::string set = take_text(script).c_str();
+    const std::string text = fuzz::up_to_nul(take_text(script));
+    const std::string set = fuzz::up_to_nul(take_text(script));
     Buffer both(text);
     expect(ut::trim(both.data()) == without(text, kBlanks),
            "trimming leaves no blanks at the ends");
@@ -88,8 +88,8 @@ void check_trimming(ByteScript& script) {
 }
 
 void check_comparing(ByteScript& script) {
-    const std::string text = take_text(script).c_str();
-    const std::string part = take_text(script).c_str();
+    const std::string text = fuzz::up_to_nul(take_text(script));
+    const std::string part = fuzz::up_to_nul(take_text(script));
     const bool fits = part.size() <= text.size();
     const bool begins = fits && text.compare(0, part.size(), part) == 0;
     const bool ends = fits && text.compare(text.size() - part.size(), part.size(), part) == 0;
@@ -132,9 +132,9 @@ std::optional<std::string> replaced_until_gone(std::string text, const std::stri
 }
 
 void check_replacing(ByteScript& script) {
-    const std::string from = take_text(script).c_str();
-    const std::string to = take_text(script).c_str();
-    const std::string text = take_text(script).c_str();
+    const std::string from = fuzz::up_to_nul(take_text(script));
+    const std::string to = fuzz::up_to_nul(take_text(script));
+    const std::string text = fuzz::up_to_nul(take_text(script));
     const std::string once = replaced_once(text, from, to);
     expect(ut::str_replace_all_distinct(text.c_str(), from.c_str(), to.c_str()) == once,
            "each occurrence is replaced once");
@@ -150,7 +150,7 @@ void check_replacing(ByteScript& script) {
 void check_formatting(ByteScript& script) {
     const int number = script.small_number();
     const int length = script.byte() - 16;
-    const std::string text = take_text(script).c_str();
+    const std::string text = fuzz::up_to_nul(take_text(script));
     expect(ut::str_format("%s", text.c_str()) == text, "a text is formatted as it is");
     expect(
         ut::str_format("%s=%d;", text.c_str(), number) == text + "=" + std::to_string(number) + ";",
@@ -181,7 +181,7 @@ void check_charsets(ByteScript& script) {
         expect(back_ok && ut::Unicode2ACSII(wide.c_str(), utf8) == back,
                "what was converted has a way back");
         expect(ut::multiByte2WideChar(back, utf8, ok) == wide, "the way back leads to the same");
-        expect(!utf8 || back == text.c_str(), "UTF-8 comes back byte by byte");
+        expect(!utf8 || back == fuzz::up_to_nul(text), "UTF-8 comes back byte by byte");
     }
     const std::string other = utf8 ? ut::UTF8ToGBK(text) : ut::GBKToUTF8(text);
     expect(other.empty() || ok, "only valid text is converted");

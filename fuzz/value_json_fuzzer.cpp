@@ -1,6 +1,7 @@
 // Values out of JSON: the input is the text, up to its first NUL. Another reader says whether it is
 // JSON at all and what is in it.
 
+#include "byte_script.h"
 #include "expect.h"
 
 #include <framewell/base/value.h>
@@ -144,8 +145,7 @@ bool has_escapes(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string bytes(reinterpret_cast<const char*>(data), size);
-    const std::string text = bytes.c_str();
+    const std::string text = fuzz::up_to_nul({reinterpret_cast<const char*>(data), size});
     Value whole = Value::integer(1);
     const bool is_json = whole.readJson(text.c_str(), nullptr);
     expect(is_json || whole.isNull(), "reading that fails leaves no value");

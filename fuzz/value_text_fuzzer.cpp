@@ -1,5 +1,6 @@
 // Values out of text in the tagged form: the input is the text, up to its first NUL.
 
+#include "byte_script.h"
 #include "expect.h"
 
 #include <framewell/base/value.h>
@@ -98,8 +99,7 @@ void check_container(mox::MultiValues& items, const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string bytes(reinterpret_cast<const char*>(data), size);
-    const std::string text = bytes.c_str();
+    const std::string text = fuzz::up_to_nul({reinterpret_cast<const char*>(data), size});
     Value value = Value::integer(1);
     int consumed = -1;
     const bool good = value.read(text.c_str(), &consumed);
