@@ -61,7 +61,8 @@ constexpr int kLeak = 23;
 struct Options {
     int copies = 200;
     std::uint64_t seed = 1;
-    std::string files = "*";  // glob for file names
+    std::string files = "*";               // glob for file names
+    std::uintmax_t largest = UINTMAX_MAX;  // bytes
     std::size_t jobs = 1;
     ChildLimits limits;
     std::string results = "damage-results";
@@ -369,7 +370,8 @@ std::vector<std::string> chosen_paths(const Options& options) {
     std::vector<std::string> paths = paths_of(options);
     const auto is_other = [&](const std::string& path) {
         const std::string name = disk::path(path).filename().string();
-        return ::fnmatch(options.files.c_str(), name.c_str(), 0) != 0;
+        return ::fnmatch(options.files.c_str(), name.c_str(), 0) != 0 ||
+               disk::file_size(path) > options.largest;
     };
     paths.erase(std::remove_if(paths.begin(), paths.end(), is_other), paths.end());
     return paths;
@@ -379,8 +381,8 @@ std::vector<std::string> chosen_paths(const Options& options) {
 
 [[noreturn]] void show_usage() {
     (void)std::fprintf(stderr,
-                       "usage: damage [--copies=N] [--seed=N] [--files=GLOB] [--jobs=N] "
-                       "[--limit=SECONDS] [--memory=MB]\n"
+                       "usage: damage [--copies=N] [--seed=N] [--files=GLOB] [--largest=BYTES] "
+                       "[--jobs=N] [--limit=SECONDS] [--memory=MB]\n"
                        "              [--results=FOLDER] [--clips] [--shared] [FILE|FOLDER...]\n"
                        "       damage --replay COPY...\n");
     std::exit(2);
@@ -399,6 +401,8 @@ Options options_of(int argc, char** argv) {
             options.seed = std::stoull(value);
         } else if (name == "--files") {
             options.files = value;
+        } else if (name == "--largest") {
+            options.largest = std::stoull(value);
         } else if (name == "--jobs") {
             options.jobs = static_cast<std::size_t>(std::max(1, std::stoi(value)));
         } else if (name == "--limit") {

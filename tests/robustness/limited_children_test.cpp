@@ -132,7 +132,7 @@ TEST_F(LimitedChildrenTest, ReportsAnOverrun) {
     const ChildEnd end = run([] {
         auto* const bytes = static_cast<char*>(std::malloc(10));
         g_lost = bytes;
-        static_cast<volatile char*>(bytes)[10] = 1;
+        static_cast<volatile char*>(g_lost)[10] = 1;
         std::free(bytes);
         return 0;
     });
