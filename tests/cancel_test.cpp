@@ -218,7 +218,7 @@ std::function<bool(Flag*)> cover() {
 
 class CancelTest : public testing::TestWithParam<EntryPoint> {
 protected:
-    const HookScope hooks;
+    HookScope hooks;
     const LogCapture quiet;
     Watchdog watchdog{"a cancelled request"};
     Flag flag{false};
@@ -318,7 +318,7 @@ bool sleeps(long thread_id) {
 
 class CancelWaitTest : public testing::TestWithParam<bool> {
 protected:
-    const HookScope hooks;
+    HookScope hooks;
     const LogCapture quiet;
     Watchdog watchdog{"a request that is cancelled while it waits"};
 };
@@ -356,7 +356,7 @@ INSTANTIATE_TEST_SUITE_P(For, CancelWaitTest, testing::Values(false, true), [](c
 
 class CancelProbeTest : public testing::Test {
 protected:
-    const HookScope hooks;
+    HookScope hooks;
     const LogCapture quiet;
     Watchdog watchdog{"a probe that is cancelled"};
     Flag flag{false};

@@ -288,7 +288,7 @@ protected:
         }
     }
 
-    const HookScope hooks;
+    HookScope hooks;
     Watchdog watchdog{"a request without threads"};
 };
 

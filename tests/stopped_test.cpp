@@ -83,7 +83,7 @@ protected:
 
     static constexpr int kForEver = std::numeric_limits<int>::max();
 
-    const HookScope hooks;
+    HookScope hooks;
     Watchdog watchdog{"a decoder that gets nothing any more"};
 };
 
