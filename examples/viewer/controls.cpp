@@ -4,6 +4,8 @@
 #include <QHBoxLayout>
 #include <QSignalBlocker>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <limits>
 
 namespace {
 
@@ -12,6 +14,11 @@ QString clock_text(qint64 us) {
     const qint64 ms = us / 1000;
     return QString::asprintf("%lld:%02lld:%02lld.%03lld", ms / 3600000, ms / 60000 % 60,
                              ms / 1000 % 60, ms % 1000);
+}
+
+/// Returns microseconds in steps of the bar.
+int bar_steps(qint64 us) {
+    return static_cast<int>(std::min<qint64>(us / 1000, std::numeric_limits<int>::max()));
 }
 
 }  // namespace
@@ -61,8 +68,8 @@ void Controls::lay_out() {
 
 void Controls::show_state() {
     const QSignalBlocker quiet(m_bar);  // the bar follows the playhead
-    m_bar.setMaximum(static_cast<int>(m_player.duration() / 1000));
-    m_bar.setValue(static_cast<int>(m_player.position() / 1000));
+    m_bar.setMaximum(bar_steps(m_player.duration()));
+    m_bar.setValue(bar_steps(m_player.position()));
     m_play.setText(m_player.is_playing() ? QStringLiteral("Pause") : QStringLiteral("Play"));
     m_reverse.setEnabled(m_player.can_reverse());
     m_reverse.setChecked(m_player.is_reverse());
