@@ -3,7 +3,9 @@
 #include <charconv>
 #include <cstdio>
 #include <limits>
+#include <locale>
 #include <map>
+#include <sstream>
 
 namespace tool {
 
@@ -30,13 +32,20 @@ CLI::Validator whole_number_from(int least, int most = std::numeric_limits<int>:
     return {check, ""};
 }
 
+/// Reads the text as a number of the C locale whatever the user's is, unlike strtod; false if more
+/// or something else is in it. The library of g++ 10 has no std::from_chars for doubles.
+bool read_number(const std::string& text, double* value) {
+    std::istringstream stream(text);
+    stream.imbue(std::locale::classic());
+    stream >> std::noskipws >> *value;
+    return !stream.fail() && stream.peek() == std::istringstream::traits_type::eof() &&
+           text.front() != '+';
+}
+
 CLI::Validator number_between(double least, double most) {
     const auto check = [least, most](const std::string& text) -> std::string {
         double value = 0;
-        // From the C locale whatever the user's is, unlike strtod.
-        const char* const end = text.data() + text.size();
-        const std::from_chars_result result = std::from_chars(text.data(), end, value);
-        if (result.ec == std::errc() && result.ptr == end && value >= least && value <= most) {
+        if (read_number(text, &value) && value >= least && value <= most) {
             return {};
         }
         char range[64];
