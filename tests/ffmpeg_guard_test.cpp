@@ -95,7 +95,7 @@ const LibraryRow kLibraries[] = {
 };
 
 std::string refusal(const LibraryRow& library, unsigned loaded) {
-    return std::string(library.name) + " " + version_text(loaded) +
+    return "FFmpeg is refused: " + std::string(library.name) + " " + version_text(loaded) +
            " is loaded, but framewell was built with " + version_text(library.built) +
            ": another major version cannot be used";
 }

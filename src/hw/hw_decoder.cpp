@@ -16,7 +16,7 @@ constexpr char kLogSource[] = "src/hw/hw_decoder";
 bool is_ffmpeg_usable() {
     const std::string refusal = ffmpeg_refusal();
     if (!refusal.empty()) {
-        FW_LOG(2, "hw", "%s", refusal.c_str());
+        FW_LOG(2, "hw", "FFmpeg is refused: %s", refusal.c_str());
     }
     return refusal.empty();
 }

@@ -154,6 +154,21 @@ TEST(DocumentsTest, ARequestIsCancelledFromAnotherThread) {
     EXPECT_EQ(decoder.getVideoFrame(request), nullptr);
 }
 
+TEST(DocumentsTest, ADeviceIsTriedBeforeSoftware) {
+    const fw_test::LogCapture quiet;
+    const ff::StreamCtx* const stream = stream_of(clip_small());
+    ff::FFDecoder decoder;
+    // [hardware]
+    if (!ff::hw_enable_device("vaapi")) {
+        // not a type that this FFmpeg knows: the earlier choice (none at first) stays
+    }
+    const bool is_open = decoder.open(stream);  // on the device if it can be, else in software
+    // [hardware]
+    EXPECT_TRUE(is_open);
+    EXPECT_NE(decoder.getVideoFrame(ff::RequireVideoFrame{}), nullptr);
+    ff::hw_disable();
+}
+
 TEST(DocumentsTest, SoundIsKeptInFilesPerPlane) {
     const fw_test::TemporaryFolder folder;
     const std::string left = folder.path("left.pcm");

@@ -38,8 +38,8 @@ FRAMEWELL_API const char* framewell_version();
 /// Where the major version of one of them differs, FFmpeg's structures differ, and framewell
 /// refuses to touch them: probing, opening, filters, the scaling and picture layout of ff_tools.h,
 /// hardware decoding and create_avframe_with() give their failure values. Each such call logs
-/// (level 2): "libavcodec 61.19.101 is loaded, but framewell was built with 59.37.100: another
-/// major version cannot be used".
+/// (level 2): "FFmpeg is refused: libavcodec 61.19.101 is loaded, but framewell was built with
+/// 59.37.100: another major version cannot be used".
 /// Thread-safety: safe. The text is static.
 FRAMEWELL_API const char* framewell_ffmpeg_report();
 
