@@ -11,6 +11,7 @@ extern "C" {
 
 #include <framewell/ffdecoder2.h>
 #include <framewell/movie_info.h>
+#include <framewell/utils/mempool.h>
 
 #include <algorithm>
 #include <cctype>
@@ -178,5 +179,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } else {
         try_on_sound(text, speed);
     }
+    (void)ff::mem_collection(0);  // idle buffers, each input of other sizes, would add up
     return 0;
 }
