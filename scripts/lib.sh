@@ -13,8 +13,8 @@ if [ -z "${FRAMEWELL_SHARED_MEDIA:-}" ] && [ -d "$root/../shared/media" ]; then
     export FRAMEWELL_SHARED_MEDIA
 fi
 
-# configure_and_build FOLDER CMAKE-ARGUMENT...: builds all of framewell into FOLDER.
-configure_and_build() {
+# configure FOLDER CMAKE-ARGUMENT...: makes FOLDER ready to build framewell in.
+configure() {
     local folder=$1
     shift
     local launcher=()
@@ -25,7 +25,28 @@ configure_and_build() {
         export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$root}
     fi
     cmake -S "$root" -B "$folder" -G Ninja "${launcher[@]}" "$@"
-    cmake --build "$folder" --parallel "$jobs"
+}
+
+# configure_and_build FOLDER CMAKE-ARGUMENT...: builds all of framewell into FOLDER.
+configure_and_build() {
+    configure "$@"
+    cmake --build "$1" --parallel "$jobs"
+}
+
+# build_one FOLDER TARGET CMAKE-ARGUMENT...: builds one program of the tests into FOLDER, silently
+# unless that fails.
+build_one() {
+    local folder=$1 target=$2 log
+    shift 2
+    log=$(mktemp)
+    if ! { configure "$folder" -DFRAMEWELL_BUILD_BENCH=OFF -DFRAMEWELL_BUILD_TOOL=OFF \
+               -DFRAMEWELL_BUILD_EXAMPLES=OFF "$@" &&
+           cmake --build "$folder" --parallel "$jobs" --target "$target"; } >"$log" 2>&1; then
+        tail -n 40 "$log" >&2
+        rm -f "$log"
+        die "the build failed"
+    fi
+    rm -f "$log"
 }
 
 # run_tests FOLDER CTEST-ARGUMENT...: runs the tests of a build; fails if there are none.
