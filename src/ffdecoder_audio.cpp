@@ -24,6 +24,10 @@ constexpr int kFirstFifoSize = 1024;
 // A broken timestamp must not fill the memory with silence.
 constexpr int kMaxSilence = 0x100000;
 
+// How often the times of one span's frames may go back. Where they are damaged, one worker's last
+// frame can lie before another's, and "the next frame" would lead from one to the other for ever.
+constexpr int kMaxStepsBack = 16;
+
 // Distances in samples are cut to this, so that sums of them cannot overflow.
 constexpr long long kMaxDistance = 1LL << 62;
 
@@ -51,6 +55,7 @@ private:
     bool write(const std::shared_ptr<AVFrame>& frame);
     bool write_fitting(const std::shared_ptr<AVFrame>& frame);
     bool write_silence(std::int64_t count);
+    void drop_early_samples();
 
     std::int64_t buffered() const { return av_audio_fifo_size(m_decoder.m_fifo.get()); }
 
@@ -62,6 +67,7 @@ private:
 
 void SpanFiller::fill(std::int64_t wanted, bool seek, long long target) {
     bool first = seek;
+    int steps_back = 0;
     while (m_drain + wanted > buffered()) {
         if (std::exchange(first, false)) {
             if (!begin_at(target)) {
@@ -69,7 +75,12 @@ void SpanFiller::fill(std::int64_t wanted, bool seek, long long target) {
             }
             continue;
         }
+        const long long last = m_decoder.m_last_ts;
         const std::shared_ptr<AVFrame> frame = m_decoder.get_next_frame(m_cancel, false);
+        if (frame && frame->pts < last && ++steps_back > kMaxStepsBack) {
+            FW_LOG(2, m_decoder.m_name, "the times of the frames go back again and again");
+            break;
+        }
         if (!frame) {
             (void)write_fitting(m_decoder.m_refitter.take_rest(m_stream));  // it ends here anyway
             break;
@@ -77,10 +88,16 @@ void SpanFiller::fill(std::int64_t wanted, bool seek, long long target) {
         if (!write(frame)) {
             break;
         }
+        drop_early_samples();  // now and not at the end: they may be hours
     }
+    drop_early_samples();
+}
+
+void SpanFiller::drop_early_samples() {
     const std::int64_t drain = std::min(m_drain, buffered());
     if (drain > 0) {
         (void)av_audio_fifo_drain(m_decoder.m_fifo.get(), static_cast<int>(drain));
+        m_drain -= drain;
     }
 }
 
