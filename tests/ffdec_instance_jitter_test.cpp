@@ -32,7 +32,9 @@ FramePtr make_frame(int number, std::int64_t pts, std::int64_t best_effort, std:
     static std::uint8_t s_data[16];
     FramePtr frame(av_frame_alloc());
     frame->buf[0] = av_buffer_create(
-        s_data, bytes, [](void*, std::uint8_t*) {}, nullptr, 0);
+        s_data, sizeof s_data, [](void*, std::uint8_t*) {}, nullptr, 0);
+    // An int before FFmpeg 5.0.
+    frame->buf[0]->size = static_cast<decltype(AVBufferRef::size)>(bytes);
     frame->width = number;
     frame->pts = pts;
     frame->best_effort_timestamp = best_effort;
