@@ -70,6 +70,9 @@ FFDecoderPrivate::FFDecoderPrivate() : m_id(next_id()), m_cancel(take_cancel_fla
 
 FFDecoderPrivate::~FFDecoderPrivate() {
     shut_down();
+    for (const StreamCtx* const stream : m_further_workers) {
+        g_decoder_mgr().scheduler_of(stream).drop_idle_worker();
+    }
     give_back_cancel_flag(m_cancel);
 }
 
@@ -88,6 +91,9 @@ bool FFDecoderPrivate::open(const StreamCtx* stream) {
     }
     if (m_opened && m_worker_stream != stream) {
         g_decoder_mgr().scheduler_of(m_worker_stream).drop_idle_worker();
+    }
+    if (m_opened && m_worker_stream == stream) {
+        m_further_workers.push_back(stream);
     }
     m_cancel->store(false);
     g_decoder_mgr().scheduler_of(stream).add_worker(task.release());  // the pool owns it now

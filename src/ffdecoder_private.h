@@ -128,6 +128,10 @@ private:
     void end_async();
 
     const StreamCtx* m_worker_stream = nullptr;  // whose pool got this decoder's worker last
+    // One entry for each worker that opening an open decoder has added beside the first.
+    // Deliberate: they outlive close(), since they serve all decoders on the stream, but not this
+    // object.
+    std::vector<const StreamCtx*> m_further_workers;
     SwsPtr m_sws;
     ScalerShape m_sws_shape{};
     SwrPtr m_swr;

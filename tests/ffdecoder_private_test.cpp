@@ -118,6 +118,24 @@ TEST_F(FFDecoderPrivateTest, OpenOnTheSameStreamAddsOneMoreWorkerAndCloseDropsOn
     EXPECT_EQ(workers_of(first), 2U);
 }
 
+TEST_F(FFDecoderPrivateTest, DestructionTakesBackTheWorkersThatOpeningAgainAdded) {
+    FFDecoderPrivate other;
+    ASSERT_TRUE(other.open(first));
+    {
+        FFDecoderPrivate decoder;
+        ASSERT_TRUE(decoder.open(first));
+        ASSERT_TRUE(decoder.open(first));
+        decoder.close();
+        ASSERT_TRUE(decoder.open(second));
+        ASSERT_TRUE(decoder.open(second));
+        ASSERT_TRUE(decoder.open(second));
+        EXPECT_EQ(workers_of(first), 2U);
+        EXPECT_EQ(workers_of(second), 3U);
+    }
+    EXPECT_EQ(workers_of(first), 1U);
+    EXPECT_EQ(workers_of(second), 0U);
+}
+
 TEST_F(FFDecoderPrivateTest, OpenOnTheSameStreamKeepsWhatBelongsToIt) {
     FFDecoderPrivate decoder;
     ASSERT_TRUE(decoder.open(first));

@@ -53,7 +53,8 @@ public:
     FFDecoder(const FFDecoder&) = delete;
     FFDecoder& operator=(const FFDecoder&) = delete;
 
-    /// Closes the decoder. Waits for a request that is running, as close() does.
+    /// Closes the decoder, and takes back the workers that opening it again had added. Waits for a
+    /// request that is running, as close() does.
     virtual ~FFDecoder();
 
     /// Returns what is in the file at `path`, from a cache if it has been asked before.
@@ -70,7 +71,8 @@ public:
 
     /// Opens the decoder on a stream. False if the stream is null or cannot be decoded; the reason
     /// is logged. Opening a decoder that is open on the same stream adds one more worker to the
-    /// stream; on another stream it moves the decoder there.
+    /// stream, which stays until this decoder is destroyed; on another stream it moves the decoder
+    /// there.
     bool open(const StreamCtx* stream);
 
     /// Opens again on the stream that was last given to open(). False if there is none.
