@@ -301,31 +301,30 @@ std::shared_ptr<AVFrame> FFDec_Task::decode_until(DecodeRun* run) {
             }
         }
         const int decoded = m_instance->get_frame(m_packet.get(), frame.get(), run->cancel);
-        if (decoded >= 0) {
-            if (run->seeking && lies_past(*run, *frame)) {
-                if (!step_back(run, frame->best_effort_timestamp, false)) {
-                    break;
-                }
-                continue;
-            }
-            run->seeking = false;
-            if (accept_frame(run, frame)) {
-                break;
-            }
-            frame = nullptr;
-        } else if (decoded == AVERROR_EOF) {
-            if (!run->seeking) {
-                answer_at_end(run);
-                break;
-            }
-            if (!step_back(run, AV_NOPTS_VALUE, true)) {
-                break;
-            }
-        } else if (is_cancelled(decoded, run->cancel) || !retry_after_error(run, decoded)) {
+        if (!goes_on_after(run, decoded, &frame)) {
             break;
         }
     }
     return std::move(run->result);
+}
+
+/// What follows from one decode call: whether there is to be another. Takes a frame that is kept.
+bool FFDec_Task::goes_on_after(DecodeRun* run, int decoded, std::shared_ptr<AVFrame>* frame) {
+    if (decoded == AVERROR_EOF) {
+        if (run->seeking) {
+            return step_back(run, AV_NOPTS_VALUE, true);
+        }
+        answer_at_end(run);
+        return false;
+    }
+    if (decoded < 0) {
+        return !is_cancelled(decoded, run->cancel) && retry_after_error(run, decoded);
+    }
+    if (run->seeking && lies_past(*run, **frame)) {
+        return step_back(run, (*frame)->best_effort_timestamp, false);
+    }
+    run->seeking = false;
+    return !accept_frame(run, std::exchange(*frame, nullptr));
 }
 
 /// True for a first frame after a seek that shows that the seek went too far.

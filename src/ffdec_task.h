@@ -76,6 +76,7 @@ private:
     bool is_within_reach(std::int64_t from, long long ts) const;
 
     std::shared_ptr<AVFrame> decode_until(DecodeRun* run);
+    bool goes_on_after(DecodeRun* run, int decoded, std::shared_ptr<AVFrame>* frame);
     static bool lies_past(const DecodeRun& run, const AVFrame& frame);
     bool retry_after_error(DecodeRun* run, int error);
     static bool may_try_again(int* tries);
