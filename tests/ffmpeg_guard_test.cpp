@@ -81,7 +81,7 @@ std::string version_text(unsigned version) {
 
 struct LibraryRow {
     const char* name;
-    Library library;
+    Library kind;
     unsigned built;
 };
 
@@ -128,7 +128,7 @@ class FFmpegGuardLibraryTest : public FFmpegGuardTest,
 TEST_P(FFmpegGuardLibraryTest, RefusesTheMajorVersionsBeforeAndAfter) {
     const LibraryRow& library = GetParam();
     for (const unsigned loaded : {library.built - (1U << 16), library.built + (1U << 16)}) {
-        g_claimed[library.library] = loaded;
+        g_claimed[library.kind] = loaded;
         const LogCapture log;
         EXPECT_FALSE(ff::is_ffmpeg_usable());
         EXPECT_EQ(log.texts(2), Texts{refusal(library, loaded)});
@@ -139,7 +139,7 @@ TEST_P(FFmpegGuardLibraryTest, AcceptsOtherMinorVersions) {
     const LibraryRow& library = GetParam();
     const unsigned major = library.built & ~0xffffU;
     for (const unsigned loaded : {major, major | 0xffffU}) {
-        g_claimed[library.library] = loaded;
+        g_claimed[library.kind] = loaded;
         const LogCapture log;
         EXPECT_TRUE(ff::is_ffmpeg_usable());
         EXPECT_EQ(log.texts(), Texts{});
