@@ -8,6 +8,8 @@
 
 #include <framewell/ff_tools.h>
 
+#include <nlohmann/json.hpp>
+
 #include <charconv>
 #include <limits>
 #include <memory>

@@ -3,6 +3,8 @@
 
 #include <framewell/hw/hw_decoder.h>
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 namespace tool {

@@ -8,6 +8,8 @@
 
 #include <framewell/ffdecoder2.h>
 
+#include <nlohmann/json.hpp>
+
 #include <iostream>
 #include <memory>
 

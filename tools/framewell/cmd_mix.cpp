@@ -9,6 +9,8 @@
 #include <framewell/audio_mixer.h>
 #include <framewell/ffdecoder.h>
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>

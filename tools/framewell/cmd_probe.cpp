@@ -5,6 +5,8 @@
 #include <framewell/media/rational.h>
 #include <framewell/media/stream.h>
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>

@@ -6,6 +6,8 @@
 #include "verify_pictures.h"
 #include "verify_sound.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstdio>
 
 namespace tool {

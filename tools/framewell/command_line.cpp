@@ -1,5 +1,7 @@
 #include "command_line.h"
 
+#include <CLI/CLI.hpp>
+
 #include <charconv>
 #include <cstdio>
 #include <limits>

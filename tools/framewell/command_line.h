@@ -2,10 +2,13 @@
 
 #include "commands.h"
 
-#include <CLI/CLI.hpp>
-
 #include <array>
 #include <string>
+
+// Its header takes a compiler several seconds.
+namespace CLI {
+class App;
+}
 
 namespace tool {
 

@@ -7,6 +7,8 @@
 
 #include <framewell/base/config.h>
 
+#include <CLI/CLI.hpp>
+
 #include <map>
 
 namespace tool {

@@ -1,5 +1,7 @@
 #include "outline.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <utility>
 

@@ -1,9 +1,12 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include <string>
 #include <vector>
+
+// The parser's header takes a compiler several seconds.
+namespace CLI {
+class App;
+}
 
 /// @file
 /// What the command line understands, read out of the parser. The man page and the completions of

@@ -21,6 +21,7 @@ extern "C" {
 #include <memory>
 #include <new>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace tool {

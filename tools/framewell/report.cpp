@@ -1,5 +1,7 @@
 #include "report.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
