@@ -354,6 +354,29 @@ TEST_F(AudioRunTest, FarBehindTheEndThereIsNothing) {
 
 // Stale and cancelled
 
+/// Vorbis whose middle is gone. After a seek into the hole its times are counted on from the page
+/// that was found, so that two decoders may end at two times.
+std::string ogg_with_a_hole() {
+    const std::string path = small_clip("long.ogg", "-c:a libvorbis", "48000", "12");
+    std::string bytes = fw_test::read_file(path);
+    const std::size_t begin = bytes.size() / 8;
+    const std::size_t end = bytes.size() * 2 / 3;
+    std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(begin),
+              bytes.begin() + static_cast<std::ptrdiff_t>(end), '\0');
+    return make_file("hole.ogg", bytes);
+}
+
+TEST_F(AudioRunTest, EndsASpanWhoseFramesGoBackInTimeAgainAndAgain) {
+    const std::string path = ogg_with_a_hole();
+    const fw_test::Watchdog watchdog("a span whose times go back does not end");
+    OpenDecoder first(path);
+    OpenDecoder second(path);  // another worker
+    EXPECT_EQ(second.count({1, 1}, {11, 10}), 4800);
+    EXPECT_FALSE(second.ask({1000000, 1}, {1000001, 1}));
+    EXPECT_EQ(log.count_exactly("the times of the frames go back again and again"), 1U);
+    EXPECT_EQ(second.count({1, 1}, {11, 10}), 4800);
+}
+
 TEST_F(AudioRunTest, ARequestFromBeforeACloseIsStale) {
     OpenDecoder decoder(ramp_wav(48000, 96000));
     ff::RequireAudioFrame request;

@@ -438,16 +438,29 @@ TEST_F(ViewerTest, ProgramEndsWithStatusOneWhereThereIsNothingToShow) {
     }
 }
 
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    if (testing::GTEST_FLAG(list_tests)) {
-        return RUN_ALL_TESTS();  // needs no screen
+/// The screen and the application, which all tests of this program share.
+class ScreenEnvironment : public testing::Environment {
+public:
+    void SetUp() override {
+        m_screen = std::make_unique<fw_test::VirtualScreen>();
+        if (m_screen->is_there()) {
+            m_app = std::make_unique<QApplication>(m_argc, m_argv);
+            QApplication::setStyle("Fusion");
+        }
     }
-    const fw_test::VirtualScreen screen;
-    std::unique_ptr<QApplication> app;
-    if (screen.is_there()) {
-        app = std::make_unique<QApplication>(argc, argv);
-        QApplication::setStyle("Fusion");
+
+    void TearDown() override {
+        m_app.reset();
+        m_screen.reset();
     }
-    return RUN_ALL_TESTS();
-}
+
+private:
+    char m_name[13] = "viewer_tests";
+    char* m_argv[2] = {m_name, nullptr};
+    int m_argc = 1;
+    std::unique_ptr<fw_test::VirtualScreen> m_screen;
+    std::unique_ptr<QApplication> m_app;
+};
+
+const testing::Environment* const g_screen =
+    testing::AddGlobalTestEnvironment(new ScreenEnvironment);  // GoogleTest deletes it
