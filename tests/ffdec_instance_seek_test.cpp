@@ -34,54 +34,15 @@ using fw_test::make_file;
 using fw_test::Reader;
 using fw_test::reference_frames;
 using fw_test::SeekLog;
+using fw_test::small_clip_of;
 using fw_test::small_mp4;
 using Texts = std::vector<std::string>;
-
-std::string clip_of(const std::string& kind) {
-    if (kind == "mp4") {
-        return small_mp4();
-    }
-    if (kind == "opengop") {
-        return fw_test::small_open_gop();
-    }
-    if (kind == "h264ts") {
-        return make_clip("h264.ts", fw_test::small_video("4") + fw_test::kSmallH264);
-    }
-    if (kind == "opengopts") {
-        return make_clip("open_gop.ts", "-i '" + fw_test::small_open_gop() + "' -c copy");
-    }
-    if (kind == "editlist") {
-        return make_clip("edit_list.mp4", "-ss 0.5 -i '" + small_mp4() + "' -c copy");
-    }
-    if (kind == "hevc") {
-        return fw_test::clip_hevc();
-    }
-    if (kind == "vp9") {
-        return fw_test::clip_vp9();
-    }
-    if (kind == "avi") {
-        return fw_test::clip_mpeg4_avi();
-    }
-    if (kind == "slow") {
-        return fw_test::slow_avi();
-    }
-    if (kind == "vfr") {
-        return fw_test::clip_variable_rate();
-    }
-    if (kind == "raw") {
-        return fw_test::small_raw_h264();
-    }
-    if (kind == "png") {
-        return fw_test::clip_png();
-    }
-    return fw_test::small_mpeg2("m2." + kind);
-}
 
 class InstanceSeekTest : public testing::TestWithParam<std::string> {};
 
 TEST_P(InstanceSeekTest, TheStartGivesTheFirstPicture) {
     const LogCapture quiet;
-    const std::string path = clip_of(GetParam());
+    const std::string path = small_clip_of(GetParam());
     Reader reader(path, 0);
     const auto all = reader.decode_all();
     ASSERT_FALSE(all.empty());
@@ -96,7 +57,7 @@ TEST_P(InstanceSeekTest, TheStartGivesTheFirstPicture) {
 
 TEST_P(InstanceSeekTest, ATimeBeforeTheStartMeansTheStart) {
     const LogCapture quiet;
-    Reader reader(clip_of(GetParam()), 0);
+    Reader reader(small_clip_of(GetParam()), 0);
     const auto all = reader.decode_all();
     for (const std::int64_t target :
          {std::int64_t{-1}, std::int64_t{-1000000}, std::numeric_limits<std::int64_t>::min() + 1}) {
@@ -107,7 +68,7 @@ TEST_P(InstanceSeekTest, ATimeBeforeTheStartMeansTheStart) {
 
 TEST_P(InstanceSeekTest, EverythingAfterASeekIsWhatADecodeFromTheStartShows) {
     const LogCapture quiet;
-    const std::string path = clip_of(GetParam());
+    const std::string path = small_clip_of(GetParam());
     Reader reader(path, 0);
     const auto all = reader.decode_all();
     if (reader.instance.avstream()->start_time == AV_NOPTS_VALUE) {
@@ -127,7 +88,7 @@ TEST_P(InstanceSeekTest, EverythingAfterASeekIsWhatADecodeFromTheStartShows) {
 
 TEST_P(InstanceSeekTest, FarBeyondTheEndIsNotTheEndOfTheInstance) {
     const LogCapture quiet;
-    Reader reader(clip_of(GetParam()), 0);
+    Reader reader(small_clip_of(GetParam()), 0);
     const Decoded first = reader.decode();
     for (const std::int64_t target :
          {std::int64_t{1} << 40, std::numeric_limits<std::int64_t>::max()}) {
@@ -362,7 +323,7 @@ void use_up(const std::string& path) {
 }
 
 TEST_P(InstanceDamageTest, FlippedBitsEndInAnErrorOrTheEnd) {
-    const std::string bytes = fw_test::read_file(clip_of(GetParam()));
+    const std::string bytes = fw_test::read_file(small_clip_of(GetParam()));
     for (const std::size_t step : {37U, 211U, 997U, 5003U}) {
         for (const std::size_t from : {std::size_t{0}, std::size_t{2000}}) {
             const fw_test::TempFile file("flipped", fw_test::with_flipped_bits(bytes, from, step));
@@ -372,7 +333,7 @@ TEST_P(InstanceDamageTest, FlippedBitsEndInAnErrorOrTheEnd) {
 }
 
 TEST_P(InstanceDamageTest, ACutFileEndsEarly) {
-    const std::string bytes = fw_test::read_file(clip_of(GetParam()));
+    const std::string bytes = fw_test::read_file(small_clip_of(GetParam()));
     for (const std::size_t percent : {1U, 20U, 50U, 99U}) {
         const fw_test::TempFile file("cut", bytes.substr(0, bytes.size() * percent / 100));
         use_up(file.path());

@@ -123,40 +123,7 @@ TEST_F(TaskTest, AClosedWorkerHasNothingUntilItIsOpenedAgain) {
 
 class TaskTimesTest : public fw_test::TaskFixture, public testing::WithParamInterface<std::string> {
 protected:
-    static std::string clip() {
-        const std::string kind = GetParam();
-        if (kind == "mp4") {
-            return small_mp4();
-        }
-        if (kind == "opengop") {
-            return fw_test::small_open_gop();
-        }
-        if (kind == "opengopts") {
-            return make_clip("open_gop.ts", "-i '" + fw_test::small_open_gop() + "' -c copy");
-        }
-        if (kind == "h264ts") {
-            return make_clip("h264.ts", fw_test::small_video("4") + fw_test::kSmallH264);
-        }
-        if (kind == "editlist") {
-            return make_clip("edit_list.mp4", "-ss 0.5 -i '" + small_mp4() + "' -c copy");
-        }
-        if (kind == "slow") {
-            return fw_test::slow_avi();
-        }
-        if (kind == "vfr") {
-            return fw_test::clip_variable_rate();
-        }
-        if (kind == "raw") {
-            return fw_test::small_raw_h264();
-        }
-        if (kind == "png") {
-            return fw_test::clip_png();
-        }
-        if (kind == "flac") {
-            return fw_test::clip_flac();
-        }
-        return fw_test::small_mpeg2("m2." + kind);
-    }
+    static std::string clip() { return fw_test::small_clip_of(GetParam()); }
 };
 
 TEST_P(TaskTimesTest, RandomTimesGiveTheFrameThatCoversThem) {

@@ -30,21 +30,13 @@ using fw_test::HookScope;
 using fw_test::LogCapture;
 using fw_test::luma_of;
 using fw_test::picture_at;
+using fw_test::sound_of;
 using fw_test::stream_of;
 using fw_test::TempFile;
 using fw_test::Watchdog;
 using Texts = std::vector<std::string>;
 
 constexpr int kRate = 44100;
-
-ff::RequireAudioFrame sound_of(const ff::Range& range) {
-    ff::RequireAudioFrame request;
-    request.range = range;
-    request.format = ff::SampleFormat::S16;
-    request.sample_rate = kRate;
-    request.channels = 2;
-    return request;
-}
 
 const ff::StreamCtx* video() {
     return stream_of(fw_test::clip_h264());

@@ -1,12 +1,12 @@
 #include "tests/support/decoders.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/temp_folder.h"
 #include "tests/support/watchdog.h"
 
 #include <framewell/ffdecoder.h>
 
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -31,24 +31,7 @@ using fw_test::Watchdog;
 /// file gets a name of its own.
 class DamagedFiles {
 public:
-    DamagedFiles() {
-        std::string name =
-            (std::filesystem::temp_directory_path() / "framewell-bad-XXXXXX").string();
-        if (::mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("cannot make a folder like " + name);
-        }
-        m_folder = name;
-    }
-
-    DamagedFiles(const DamagedFiles&) = delete;
-    DamagedFiles& operator=(const DamagedFiles&) = delete;
-
-    ~DamagedFiles() {
-        std::error_code ignored;  // a folder that stays behind does not change a result
-        std::filesystem::remove_all(m_folder, ignored);
-    }
-
-    std::string path(const std::string& name) const { return m_folder + "/" + name; }
+    std::string path(const std::string& name) const { return m_folder.path(name); }
 
     std::string write(const std::string& extension, const std::string& bytes) {
         const std::string file = path(std::to_string(++m_count) + extension);
@@ -58,7 +41,7 @@ public:
     }
 
 private:
-    std::string m_folder;
+    fw_test::TemporaryFolder m_folder;
     int m_count = 0;
 };
 

@@ -13,6 +13,7 @@
 #include "tests/robustness/sanitizer_hooks.h"
 #include "tests/robustness/sanitizer_report.h"
 #include "tests/support/media.h"
+#include "tests/support/temp_folder.h"
 
 #include <framewell/base/logger.h>
 
@@ -21,7 +22,6 @@ extern "C" {
 }
 
 #include <fnmatch.h>
-#include <stdlib.h>
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -157,30 +157,6 @@ private:
     void* const m_memory;
 };
 
-class TempFolder {
-public:
-    TempFolder() {
-        std::string name = (disk::temp_directory_path() / "framewell-damage-XXXXXX").string();
-        if (::mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("cannot make a folder like " + name);
-        }
-        m_path = name;
-    }
-
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-
-    ~TempFolder() {
-        std::error_code ignored;  // what stays behind changes no result
-        disk::remove_all(m_path, ignored);
-    }
-
-    const std::string& path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
-
 void write_file(const std::string& path, const std::string& bytes) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
@@ -243,7 +219,7 @@ public:
 
 private:
     std::string place(std::size_t slot, const std::string& extension) const {
-        return m_folder.path() + "/copy" + std::to_string(slot) + extension;
+        return m_folder.path("copy" + std::to_string(slot) + extension);
     }
 
     std::string extension() const { return disk::path(m_original->path).extension().string(); }
@@ -312,7 +288,7 @@ private:
     }
 
     const Options& m_options;
-    const TempFolder m_folder;
+    const fw_test::TemporaryFolder m_folder;
     SharedYields m_yields;
     std::vector<int> m_copies;  // by slot: the number of the copy
     LimitedChildren m_children;

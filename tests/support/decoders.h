@@ -38,6 +38,16 @@ inline ff::RequireVideoFrame picture_at(const ff::Rational& time,
     return request;
 }
 
+/// A request for stereo sound of 16 bits.
+inline ff::RequireAudioFrame sound_of(const ff::Range& range, std::int32_t rate = 44100) {
+    ff::RequireAudioFrame request;
+    request.range = range;
+    request.format = ff::SampleFormat::S16;
+    request.sample_rate = rate;
+    request.channels = 2;
+    return request;
+}
+
 /// Luma and two chroma samples of 8 bits each.
 struct Yuv {
     int y = 0, u = 0, v = 0;

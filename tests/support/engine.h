@@ -12,6 +12,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -55,6 +57,28 @@ inline std::string small_mpeg2(const std::string& name) {
 /// One picture every two seconds, so that one tick of the stream is two seconds.
 inline std::string slow_avi() {
     return make_clip("slow.avi", small_video("20", "1/2") + "-c:v mpeg4 -threads 1 -g 5 -q:v 4");
+}
+
+/// A small clip of a kind that has its own way of seeking, by a short name.
+inline std::string small_clip_of(const std::string& kind) {
+    static const std::map<std::string, std::function<std::string()>> s_clips{
+        {"mp4", small_mp4},
+        {"opengop", small_open_gop},
+        {"opengopts",
+         [] { return make_clip("open_gop.ts", "-i '" + small_open_gop() + "' -c copy"); }},
+        {"h264ts", [] { return make_clip("h264.ts", small_video("4") + kSmallH264); }},
+        {"editlist",
+         [] { return make_clip("edit_list.mp4", "-ss 0.5 -i '" + small_mp4() + "' -c copy"); }},
+        {"hevc", clip_hevc},
+        {"vp9", clip_vp9},
+        {"avi", clip_mpeg4_avi},
+        {"slow", slow_avi},
+        {"vfr", clip_variable_rate},
+        {"raw", small_raw_h264},
+        {"png", clip_png},
+        {"flac", clip_flac}};
+    const auto found = s_clips.find(kind);
+    return found != s_clips.end() ? found->second() : small_mpeg2("m2." + kind);
 }
 
 /// MP3 with a picture attached to it, which is stream number 1.
