@@ -4,6 +4,11 @@
 
 namespace ff {
 
+/// Whether a request is cancelled; without a flag it cannot be.
+inline bool is_set(const std::atomic<bool>* flag) {
+    return flag != nullptr && flag->load();
+}
+
 /// The cancellation flags that decoders lend to requests which bring none of their own.
 ///
 /// A request record keeps the pointer that a decoder wrote into it, and hosts use records again,

@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/trace.h"
+#include "cancel_flag.h"
 #include "ffdec_instance_settle.h"
 #include "hw/hw_decoder.h"
 #include "media/input_file.h"
@@ -32,10 +33,6 @@ std::int64_t nominal_frame_step(AVFormatContext* format, AVStream* stream) {
 /// A copy, since the context may be about to go.
 std::string url_of(const AVFormatContext& format) {
     return format.url != nullptr ? format.url : "";
-}
-
-bool is_set(const std::atomic<bool>* flag) {
-    return flag != nullptr && flag->load();
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "ffdec_probe.h"
 
 #include "base/log.h"
+#include "cancel_flag.h"
 #include "ffdec_instance.h"
 #include "ffmpeg_guard.h"
 #include "media/input_file.h"
@@ -60,10 +61,6 @@ void store_in_cache(MovieCtx* movie) {
         cache.replaced.push_back(slot);
     }
     slot = movie;
-}
-
-bool is_set(const std::atomic<bool>* flag) {
-    return flag != nullptr && flag->load();
 }
 
 bool is_known(std::int64_t time) {

@@ -1,6 +1,7 @@
 #include "ffdec_task.h"
 
 #include "base/log.h"
+#include "cancel_flag.h"
 #include "media/frame_shelf.h"
 
 #include <framewell/base/data.h>
@@ -56,10 +57,6 @@ int cache_limit(const char* key, int fallback) {
 
 std::int64_t time_of(const std::shared_ptr<AVFrame>& frame) {
     return frame->best_effort_timestamp;
-}
-
-bool is_set(const std::atomic<bool>* flag) {
-    return flag != nullptr && flag->load();
 }
 
 /// True for a result that is no error of the decoder: it was told to stop.

@@ -21,11 +21,6 @@ Rational to_media_time(const Rational& time, const StreamCtx& stream) {
     return has_movie_start(stream) ? time + movie_start(stream) : time;
 }
 
-/// True if the flag of a request that waited is set by now.
-bool is_cancelled(const std::atomic<bool>* flag) {
-    return flag != nullptr && flag->load();
-}
-
 }  // namespace
 
 FFDecoder::FFDecoder() : m_private(std::make_unique<FFDecoderPrivate>()) {}
@@ -86,7 +81,7 @@ void FFDecoder::getVideoFrameAsync(const RequireVideoFrame& req, VideoCallback c
                                  claim_abort_flag(req.abort_flag, m_private->m_cancel)};
     const int serial = m_private->m_serial;
     m_private->run_async([this, copy, serial, callback = std::move(callback)] {
-        if (is_cancelled(copy.abort_flag)) {
+        if (is_set(copy.abort_flag)) {  // while it waited
             return;
         }
         const std::shared_ptr<VFrameCtx> picture = pri_getVideoFrame(copy, serial);
@@ -102,7 +97,7 @@ void FFDecoder::getAudioFrameAsync(const RequireAudioFrame& req, AudioCallback c
                                  claim_abort_flag(req.abort_flag, m_private->m_cancel)};
     const int serial = m_private->m_serial;
     m_private->run_async([this, copy, serial, callback = std::move(callback)] {
-        if (is_cancelled(copy.abort_flag)) {
+        if (is_set(copy.abort_flag)) {  // while it waited
             return;
         }
         const std::shared_ptr<AFrameCtx> sound = pri_getAudioFrame(copy, serial);
