@@ -20,15 +20,6 @@ function(framewell_test name)
     set_target_properties(${name} PROPERTIES
                           RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin"
                           CXX_EXTENSIONS OFF)
-    if(TARGET framewell_tool)
-        add_dependencies(${name} framewell_tool)
-        target_compile_definitions(${name} PRIVATE
-                                   FRAMEWELL_TOOL_PATH="$<TARGET_FILE:framewell_tool>")
-        if(CMAKE_CROSSCOMPILING_EMULATOR)
-            target_compile_definitions(${name} PRIVATE
-                                       FRAMEWELL_TOOL_EMULATOR="${CMAKE_CROSSCOMPILING_EMULATOR}")
-        endif()
-    endif()
     framewell_add_entries(${name})
 endfunction()
 

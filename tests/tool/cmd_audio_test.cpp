@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 namespace {
 
 using fw_test::clip_flac;
@@ -230,5 +228,3 @@ TEST(CmdAudioTest, ReportsAFullDiskAndAFolderThatDoesNotExist) {
 }
 
 }  // namespace
-
-#endif  // FRAMEWELL_TOOL_PATH

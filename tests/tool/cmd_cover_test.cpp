@@ -8,8 +8,6 @@
 #include <string>
 #include <vector>
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 namespace {
 
 using fw_test::clip_h264;
@@ -141,5 +139,3 @@ TEST(CmdCoverTest, RefusesWhatIsNoUsage) {
 }
 
 }  // namespace
-
-#endif  // FRAMEWELL_TOOL_PATH

@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 namespace {
 
 using fw_test::clip_h264;
@@ -302,5 +300,3 @@ TEST(CmdFrameTest, DecodesInSoftwareWithoutADevice) {
 }
 
 }  // namespace
-
-#endif  // FRAMEWELL_TOOL_PATH

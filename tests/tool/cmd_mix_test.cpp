@@ -10,8 +10,6 @@
 #include <string>
 #include <vector>
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 namespace {
 
 using fw_test::clip_flac;
@@ -164,5 +162,3 @@ TEST_F(MixTest, ShowsItsProgressWhereItIsAskedTo) {
 }
 
 }  // namespace
-
-#endif

@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 namespace {
 
 using fw_test::lines_of;
@@ -100,5 +98,3 @@ TEST(CmdPlayTest, FailsForAFileThatHasNothingToPlay) {
 }
 
 }  // namespace
-
-#endif  // FRAMEWELL_TOOL_PATH

@@ -5,8 +5,6 @@
 
 #include <string>
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 namespace {
 
 using fw_test::lines_of;
@@ -133,5 +131,3 @@ TEST(CmdProbeTest, ShowsTheLogOnlyWhenAskedAndNeverAmongTheResults) {
 }
 
 }  // namespace
-
-#endif  // FRAMEWELL_TOOL_PATH

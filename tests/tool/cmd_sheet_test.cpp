@@ -43,8 +43,6 @@ INSTANTIATE_TEST_SUITE_P(
         ClockRow{"Smallest", std::numeric_limits<std::int64_t>::min(), 3, "-2562047788:00:54.775"}),
     [](const testing::TestParamInfo<ClockRow>& row) { return row.param.name; });
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 using fw_test::Drawn;
 using fw_test::make_clip;
 using fw_test::read_drawn;
@@ -156,7 +154,5 @@ TEST(CmdSheetTest, RefusesWhatItCannotDraw) {
     EXPECT_EQ(nowhere.status, 1);
     EXPECT_TRUE(nowhere.has_one_error_line()) << nowhere.errors;
 }
-
-#endif  // FRAMEWELL_TOOL_PATH
 
 }  // namespace

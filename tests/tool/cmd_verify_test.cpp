@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 namespace {
 
 using fw_test::lines_of;
@@ -131,5 +129,3 @@ TEST(CmdVerifyTest, EndsCleanlyWhenItIsInterrupted) {
 }
 
 }  // namespace
-
-#endif  // FRAMEWELL_TOOL_PATH

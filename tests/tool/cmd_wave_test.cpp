@@ -110,8 +110,6 @@ TEST(SoundLevelsTest, OfNoSoundAreNothing) {
     EXPECT_EQ(columns[1].high, 0);
 }
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 using fw_test::Drawn;
 using fw_test::make_clip;
 using fw_test::read_drawn;
@@ -209,7 +207,5 @@ TEST(CmdWaveTest, RefusesWhatItCannotDraw) {
     }
     EXPECT_FALSE(std::filesystem::exists(out));
 }
-
-#endif  // FRAMEWELL_TOOL_PATH
 
 }  // namespace

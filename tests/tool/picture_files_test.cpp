@@ -11,8 +11,6 @@
 #include <string>
 #include <utility>
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 namespace {
 
 using fw_test::make_clip;
@@ -153,5 +151,3 @@ TEST_P(RotationTest, TurnsPicturesOfPngFilesAndNoRawBytes) {
 INSTANTIATE_TEST_SUITE_P(PictureFilesTest, RotationTest, testing::Values(0, 90, 180, 270));
 
 }  // namespace
-
-#endif  // FRAMEWELL_TOOL_PATH

@@ -148,6 +148,14 @@ int ToolProcess::wait_for_end() {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+std::string tool_command() {
+    std::string command;
+    for (const std::string& word : tool_words()) {
+        command += (command.empty() ? "'" : " '") + word + "'";
+    }
+    return command;
+}
+
 ToolResult run_tool(const std::vector<std::string>& arguments, const std::string& input) {
     return ToolProcess(arguments).finish(input);
 }

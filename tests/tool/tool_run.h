@@ -74,6 +74,9 @@ private:
     std::unique_ptr<std::FILE, CloseFile> m_output;
 };
 
+/// What starts the tool, for a shell.
+std::string tool_command();
+
 /// Runs the tool to its end with `input` on its standard input.
 ToolResult run_tool(const std::vector<std::string>& arguments, const std::string& input = {});
 

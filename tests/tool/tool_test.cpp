@@ -10,8 +10,6 @@
 #include <string>
 #include <vector>
 
-#ifdef FRAMEWELL_TOOL_PATH
-
 namespace {
 
 using fw_test::lines_of;
@@ -140,7 +138,7 @@ TEST(ToolTest, ReportsThatStandardOutputIsFull) {
 TEST(ToolTest, WritesNoMessagesIntoFilesWhereStandardStreamsAreClosed) {
     const fw_test::TemporaryFolder folder;
     const auto write_sound = [&folder](const std::string& name, const std::string& streams) {
-        const std::string command = "'" FRAMEWELL_TOOL_PATH "' audio '" + fw_test::clip_pcm() +
+        const std::string command = fw_test::tool_command() + " audio '" + fw_test::clip_pcm() +
                                     "' --from 0 --to 2 -v -o '" + folder.path(name) + "' " +
                                     streams;
         return WEXITSTATUS(std::system(command.c_str()));
@@ -155,5 +153,3 @@ TEST(ToolTest, WritesNoMessagesIntoFilesWhereStandardStreamsAreClosed) {
 }
 
 }  // namespace
-
-#endif  // FRAMEWELL_TOOL_PATH
