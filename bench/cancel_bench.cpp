@@ -62,11 +62,11 @@ Function* real(const char* name) {
 }  // namespace
 
 // They come before libavcodec's, and call them.
-extern "C" int avcodec_send_packet(AVCodecContext* ctx, const AVPacket* packet) {
+extern "C" int avcodec_send_packet(AVCodecContext* avctx, const AVPacket* avpkt) {
     static auto* const s_real = real<int(AVCodecContext*, const AVPacket*)>("avcodec_send_packet");
     ++g_calls;
     const Clock::time_point begin = Clock::now();
-    const int result = s_real(ctx, packet);
+    const int result = s_real(avctx, avpkt);
     note_call(begin);
     return result;
 }
