@@ -62,11 +62,11 @@ Function* real(const char* name) {
 }  // namespace
 
 // They come before libavcodec's, and call them.
-extern "C" int avcodec_send_packet(AVCodecContext* ctx, const AVPacket* packet) {
+extern "C" int avcodec_send_packet(AVCodecContext* avctx, const AVPacket* avpkt) {
     static auto* const s_real = real<int(AVCodecContext*, const AVPacket*)>("avcodec_send_packet");
     ++g_calls;
     const Clock::time_point begin = Clock::now();
-    const int result = s_real(ctx, packet);
+    const int result = s_real(avctx, avpkt);
     note_call(begin);
     return result;
 }
@@ -96,7 +96,7 @@ struct Waits {
 
 [[noreturn]] void stop(const char* text) {
     (void)std::fprintf(stderr, "cancel_bench: %s\n", text);
-    std::exit(1);
+    std::exit(1);  // NOLINT(concurrency-mt-unsafe): no other thread ends the program
 }
 
 const ff::StreamCtx* stream_of(const std::string& path, ff::StreamType type) {
@@ -284,6 +284,7 @@ void make_live_clip() {
     const std::string target = bench::cache_folder() + "/cancel.mkv";
     const std::string command = "ffmpeg -v error -y -i '" + bench::path_of(bench::long_gop_clip()) +
                                 "' -map 0:v -c copy -f matroska -live 1 '" + target + "'";
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): clips are made before other threads run
     if (std::system(command.c_str()) != 0) {
         stop("ffmpeg cannot make a clip");
     }

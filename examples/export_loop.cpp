@@ -12,7 +12,7 @@ constexpr int kRate = 48000;
 
 void write_plane(const ff::VFrameCtx& picture, int plane, int width, int height) {
     for (int y = 0; y < height; y++) {
-        std::fwrite(picture.data[plane] + y * picture.linesize[plane], 1,
+        std::fwrite(picture.data[plane] + std::ptrdiff_t{y} * picture.linesize[plane], 1,
                     static_cast<std::size_t>(width), stdout);
     }
 }

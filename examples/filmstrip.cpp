@@ -27,7 +27,8 @@ Strip make_strip(ff::FFDecoder* decoder, int count) {
     request.divider = std::max(1, stream.height / kHeight);
     Strip strip;
     for (int i = 0; i < count; i++) {  // in order of time: from one picture to the next is not far
-        request.time = ff::Rational{2 * i + 1, 2 * count} * ff::Rational{duration_us, 1000000};
+        request.time =
+            ff::Rational{2 * i + 1, std::int64_t{2} * count} * ff::Rational{duration_us, 1000000};
         const auto picture = decoder->getVideoFrame(request);
         if (!picture) {
             continue;  // that place stays transparent
@@ -38,10 +39,11 @@ Strip make_strip(ff::FFDecoder* decoder, int count) {
             strip.pixels.resize(std::size_t{4} * static_cast<std::size_t>(strip.width) *
                                 static_cast<std::size_t>(strip.height));
         }
-        for (int y = 0; y < picture->height; y++) {
+        for (std::ptrdiff_t y = 0; y < picture->height; y++) {
             const std::uint8_t* const row = picture->data[0] + y * picture->linesize[0];
-            const std::ptrdiff_t place = std::ptrdiff_t{y} * strip.width + i * picture->width;
-            std::copy(row, row + 4 * picture->width, strip.pixels.begin() + 4 * place);
+            const std::ptrdiff_t place = y * strip.width + std::ptrdiff_t{i} * picture->width;
+            std::copy(row, row + std::ptrdiff_t{4} * picture->width,
+                      strip.pixels.begin() + 4 * place);
         }
     }
     return strip;

@@ -21,7 +21,7 @@ bool write_picture(const ff::VFrameCtx& picture, const std::string& path) {
     std::fprintf(file, "P7\nWIDTH %d\nHEIGHT %d\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
                  picture.width, picture.height);
     for (int y = 0; y < picture.height; y++) {
-        std::fwrite(picture.data[0] + y * picture.linesize[0], 4,
+        std::fwrite(picture.data[0] + std::ptrdiff_t{y} * picture.linesize[0], 4,
                     static_cast<std::size_t>(picture.width), file);
     }
     const bool is_complete = std::ferror(file) == 0;
@@ -66,6 +66,7 @@ int main(int argc, char** argv) {
     std::atomic<std::size_t> next{0};
     std::atomic<int> missing{0};
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<std::size_t>(thread_count));
     for (int i = 0; i < thread_count; i++) {
         threads.emplace_back([&] { work(names, argv[1], &next, &missing); });
     }

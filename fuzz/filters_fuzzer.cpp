@@ -155,7 +155,7 @@ void try_on_sound(const std::string& text, double speed) {
     expect(plain != nullptr && plain->nb_samples == 800, "sound is whole again without filters");
     const auto* const samples = reinterpret_cast<const std::int16_t*>(plain->data[0]);
     for (int i = 0; i < plain->nb_samples; ++i) {
-        expect(samples[2 * i] == static_cast<std::int16_t>((1000 + i) * 37),
+        expect(samples[std::ptrdiff_t{2} * i] == static_cast<std::int16_t>((1000 + i) * 37),
                "sound is plain again without filters");
     }
 }

@@ -28,6 +28,7 @@ public:
         m_begin = m_bytes.data() + offset;
     }
 
+    ~Block() = default;
     Block(const Block&) = delete;
     Block& operator=(const Block&) = delete;
 

@@ -11,11 +11,13 @@ extern "C" {
 #include <cstdio>
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
-extern "C" const char* __asan_default_options();  // NOLINT(bugprone-reserved-identifier): given
+// NOLINTNEXTLINE(clang-diagnostic-reserved-identifier): the name that the sanitizer looks for
+extern "C" const char* __asan_default_options();
 
 // A damaged header announces pictures of gigabytes, a script asks for hours of sound in one block.
 // Those fail as they do on a small machine: for our own blocks, and below for those of FFmpeg.
-extern "C" const char* __asan_default_options() {  // NOLINT(bugprone-reserved-identifier): given
+// NOLINTNEXTLINE(clang-diagnostic-reserved-identifier): as above
+extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1:max_allocation_size_mb=64";
 }
 

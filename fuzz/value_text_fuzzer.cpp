@@ -63,7 +63,7 @@ void check_copies(const Value& value, const std::string& written) {
     expect(copy.write() == written, "a copy is written like the original");
     const Value moved = std::move(copy);
     expect(moved.write() == written, "what was moved is written as before");
-    copy.copyValue(&moved);
+    copy.copyValue(&moved);  // NOLINT(bugprone-use-after-move): the value must allow it
     expect(copy.write() == written, "a value that was moved from can be used again");
 }
 

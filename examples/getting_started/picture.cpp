@@ -1,6 +1,7 @@
 // Writes the picture that FILE shows at 2.5 seconds into picture.ppm: picture FILE
 #include <framewell/framewell.h>
 
+#include <cstddef>
 #include <cstdio>
 
 int main(int argc, char** argv) {
@@ -21,9 +22,9 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::fprintf(file, "P6 %d %d 255\n", picture->width, picture->height);
-    for (int y = 0; y < picture->height; y++) {
+    for (std::ptrdiff_t y = 0; y < picture->height; y++) {
         const auto* row = picture->data[0] + y * picture->linesize[0];
-        for (int x = 0; x < picture->width; x++) {
+        for (std::ptrdiff_t x = 0; x < picture->width; x++) {
             std::fwrite(row + 4 * x, 1, 3, file);  // red, green, blue; not the alpha behind them
         }
     }

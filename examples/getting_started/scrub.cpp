@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
     for (int step = 1; step <= 500; step++) {
         ff::RequireVideoFrame request;
         request.time = {step, 100};
-        decoder.getVideoFrameAsync(request, [&, step](std::shared_ptr<ff::VFrameCtx> picture) {
+        decoder.getVideoFrameAsync(request, [&, step](const auto& picture) {
             shown++;  // on a thread of the decoder: a window would be told here
             if (step == 500) {
                 arrival.set_value(static_cast<double>(picture->pts) / 1e6);

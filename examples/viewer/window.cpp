@@ -49,17 +49,22 @@ void Window::show_state() {
 void Window::keyPressEvent(QKeyEvent* event) {
     if (event->key() == Qt::Key_Escape) {
         close();
-    } else if (!m_error.isEmpty()) {
-        QWidget::keyPressEvent(event);
-    } else if (event->key() == Qt::Key_Space) {
-        m_player.set_playing(!m_player.is_playing());
-    } else if (event->key() == Qt::Key_R) {
-        m_player.set_reverse(!m_player.is_reverse());
-    } else if (event->key() == Qt::Key_Left || event->key() == Qt::Key_Right) {
-        m_player.step(event->key() == Qt::Key_Right ? 1 : -1);
-    } else if (event->key() == Qt::Key_Home || event->key() == Qt::Key_End) {
-        m_player.seek(event->key() == Qt::Key_Home ? 0 : m_player.duration());
-    } else {
+    } else if (!m_error.isEmpty() || !steer(event->key())) {
         QWidget::keyPressEvent(event);
     }
+}
+
+bool Window::steer(int key) {
+    if (key == Qt::Key_Space) {
+        m_player.set_playing(!m_player.is_playing());
+    } else if (key == Qt::Key_R) {
+        m_player.set_reverse(!m_player.is_reverse());
+    } else if (key == Qt::Key_Left || key == Qt::Key_Right) {
+        m_player.step(key == Qt::Key_Right ? 1 : -1);
+    } else if (key == Qt::Key_Home || key == Qt::Key_End) {
+        m_player.seek(key == Qt::Key_Home ? 0 : m_player.duration());
+    } else {
+        return false;
+    }
+    return true;
 }

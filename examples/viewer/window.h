@@ -32,6 +32,9 @@ private:
     void show_level(double peak) override;
     void show_state() override;
 
+    /// Does what `key` means to the player. False: nothing.
+    bool steer(int key);
+
     Player m_player{this};  // tells the others nothing outside of the event loop and of its calls
     PictureView m_view{this};
     Controls m_controls{m_player, this};

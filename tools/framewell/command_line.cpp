@@ -82,13 +82,13 @@ void add_progress(CLI::App& verb, bool& progress) {
 }  // namespace
 
 std::string exit_status_text() {
-    constexpr std::size_t kWidth = 80;
+    constexpr std::size_t width = 80;
     std::string text = "Exit status:";
     std::size_t line_start = 0;
     for (const ExitMeaning& meaning : kExitMeanings) {
         const std::string part =
             std::to_string(static_cast<int>(meaning.status)) + " " + meaning.text;
-        const bool is_full = text.size() - line_start + part.size() + 2 > kWidth;
+        const bool is_full = text.size() - line_start + part.size() + 2 > width;
         text += is_full ? "\n" : " ";
         line_start = is_full ? text.size() : line_start;
         text += part + (meaning.status == kExitMeanings.back().status ? "." : ",");

@@ -6,7 +6,7 @@
 #include <string>
 
 // Its header takes a compiler several seconds.
-namespace CLI {
+namespace CLI {  // NOLINT(readability-identifier-naming): the parser's name
 class App;
 }
 

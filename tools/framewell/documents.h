@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace CLI {
+namespace CLI {  // NOLINT(readability-identifier-naming): the parser's name
 class App;
 }
 

@@ -192,15 +192,15 @@ std::string examples() {
 
 // Breaks lines that are not commands at spaces, since pages are read as source, too.
 std::string wrapped(const std::string& page) {
-    constexpr std::size_t kWidth = 78;
+    constexpr std::size_t width = 78;
     std::string result;
     std::size_t begin = 0;
     while (begin < page.size()) {
         const std::size_t line_end = page.find('\n', begin);
         std::size_t end = line_end;
         const bool is_command = page[begin] == '.';
-        if (!is_command && line_end - begin > kWidth) {
-            const std::size_t space = page.rfind(' ', begin + kWidth);
+        if (!is_command && line_end - begin > width) {
+            const std::size_t space = page.rfind(' ', begin + width);
             end = space != std::string::npos && space > begin ? space : page.find(' ', begin);
             end = std::min(end, line_end);
         }

@@ -4,7 +4,7 @@
 #include <vector>
 
 // The parser's header takes a compiler several seconds.
-namespace CLI {
+namespace CLI {  // NOLINT(readability-identifier-naming): the parser's name
 class App;
 }
 
