@@ -50,12 +50,15 @@ int main(int argc, char** argv) {
         return 2;
     }
     const auto sources = open_all(argv + 2, argc - 2);
+    if (sources.empty()) {
+        return 1;
+    }
     std::FILE* const out = std::fopen(argv[1], "wb");
     if (out == nullptr) {
         return 1;
     }
     ff::AudioMixer mixer(kRate, kChannels, ff::SampleFormat::S16);
-    bool good = !sources.empty();
+    bool good = true;
     for (int i = 0; good && i < kSeconds * kRangesPerSecond; i++) {
         ff::RequireAudioFrame request;
         request.range = {{i, kRangesPerSecond}, {i + 1, kRangesPerSecond}};

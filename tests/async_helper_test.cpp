@@ -239,12 +239,13 @@ TEST_F(AsyncHelperTest, OutlivesItsLastOwnerWhoLetsGoInATask) {
     Carried carried;
     std::shared_ptr<AsyncHelper> other = AsyncHelper::start();
     const std::weak_ptr<AsyncHelper> watched = other;
-    AsyncHelper* const raw = other.get();
-    raw->submit([&, thing = carried.make()] {
+    other->submit([&, thing = carried.make()] {
+        gate.pass();
         other->stop();
         other.reset();
         ran.add(1);
     });
+    gate.open();  // a call needs an owner until it returns
     (void)ran.wait_for(1);
     carried.wait_until_gone();
     fw_test::wait_until([&] { return watched.expired(); });

@@ -11,10 +11,12 @@ int main(int argc, char** argv) {
     }
     ff::FFDecoder voice;
     ff::FFDecoder music;
-    std::FILE* file = std::fopen("mix.raw", "wb");
     if (!voice.open(ff::first_stream(ff::FFDecoder::probe(argv[1]), ff::StreamType::Audio)) ||
-        !music.open(ff::first_stream(ff::FFDecoder::probe(argv[2]), ff::StreamType::Audio)) ||
-        file == nullptr) {
+        !music.open(ff::first_stream(ff::FFDecoder::probe(argv[2]), ff::StreamType::Audio))) {
+        return 1;
+    }
+    std::FILE* file = std::fopen("mix.raw", "wb");
+    if (file == nullptr) {
         return 1;
     }
     ff::AudioMixer mixer(48000, 2, ff::SampleFormat::S16);

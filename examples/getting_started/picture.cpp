@@ -17,8 +17,11 @@ int main(int argc, char** argv) {
     ff::RequireVideoFrame request;
     request.time = {5, 2};  // 5/2 seconds from the start of the movie
     const auto picture = decoder.getVideoFrame(request);
+    if (!picture) {
+        return 1;
+    }
     std::FILE* file = std::fopen("picture.ppm", "wb");
-    if (!picture || file == nullptr) {
+    if (file == nullptr) {
         return 1;
     }
     std::fprintf(file, "P6 %d %d 255\n", picture->width, picture->height);

@@ -24,8 +24,11 @@ int main(int argc, char** argv) {
     }
     const ff::MovieCtx* movie = ff::FFDecoder::probe(argv[1]);
     ff::FFDecoder decoder;
+    if (!decoder.open(ff::first_stream(movie, ff::StreamType::Audio))) {
+        return 1;
+    }
     std::FILE* file = std::fopen("sound.wav", "wb");
-    if (!decoder.open(ff::first_stream(movie, ff::StreamType::Audio)) || file == nullptr) {
+    if (file == nullptr) {
         return 1;
     }
     write_header(file, 0);

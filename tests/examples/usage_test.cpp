@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -43,12 +44,13 @@ TEST_P(ExampleUsageTest, TellsHowItIsCalledWhenArgumentsAreMissing) {
     EXPECT_EQ(fw_test::lines_in(result.errors).size(), 1U);
 }
 
-TEST_P(ExampleUsageTest, FailsAndGivesAReasonWithoutTheFile) {
+TEST_P(ExampleUsageTest, FailsAndGivesAReasonAndWritesNothingWithoutTheFile) {
     const auto result =
         run_program(GetParam().program, GetParam().arguments, folder, GetParam().input);
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.errors.find("\"can't open input file: missing.mp4\""), std::string::npos)
         << result.errors;
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path("")));
 }
 
 INSTANTIATE_TEST_SUITE_P(

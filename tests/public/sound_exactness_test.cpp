@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <iterator>
 #include <optional>
 #include <random>
 
@@ -141,10 +142,13 @@ std::string parting(const std::string& got, const std::string& expected, std::si
            std::to_string(static_cast<std::size_t>(differs.first - got.begin()) / sample_size);
 }
 
-constexpr ff::Rational kSteps[] = {{1, 30}, {1, 60}, {1, 7}, {1001, 30000}};
+// A sanitizer, under which each of them takes long, gets the first two.
+constexpr ff::Rational kSteps[] = {{1, 7}, {1001, 30000}, {1, 30}, {1, 60}};
+constexpr std::size_t kStepCount = kSanitized ? 2 : std::size(kSteps);
 
 void expect_exact_sequences(Scene* scene) {
-    for (const ff::Rational& step : kSteps) {
+    for (std::size_t i = 0; i < kStepCount; i++) {
+        const ff::Rational& step = kSteps[i];
         const std::string got = scene->joined(step, scene->whole.format);
         EXPECT_EQ(parting(got, scene->whole.bytes, scene->whole.sample_size()), "")
             << "in steps of " << step.num << "/" << step.den << " s";
