@@ -21,6 +21,17 @@ struct Options {
 /// CPU times of the single runs of one side, nanoseconds per unit.
 using Times = std::vector<double>;
 
+/// The run's error; null if it had none. Google Benchmark 1.8 has renamed what tells.
+template <class Run>
+auto error_of(const Run& run, int /*preferred*/) -> decltype(run.error_message.c_str()) {
+    return run.error_occurred ? run.error_message.c_str() : nullptr;
+}
+
+template <class Run>
+auto error_of(const Run& run, long /*else*/) -> decltype(run.skip_message.c_str()) {
+    return run.skipped != decltype(run.skipped){} ? run.skip_message.c_str() : nullptr;
+}
+
 /// Takes the times out of Google Benchmark, and prints nothing but errors.
 class Collector : public benchmark::BenchmarkReporter {
 public:
@@ -28,9 +39,8 @@ public:
 
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
-            if (run.error_occurred) {
-                (void)std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(),
-                                   run.error_message.c_str());
+            if (const char* const error = error_of(run, 0)) {
+                (void)std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), error);
                 failed = true;
             } else if (run.run_type == Run::RT_Iteration) {
                 seconds = run.cpu_accumulated_time / static_cast<double>(run.iterations);
