@@ -101,6 +101,7 @@ bool Instance::make_codec_context(const AVCodec* codec) {
     }
     // Lets decoders that drop samples at the beginning (MP3, Opus) stamp what is left exactly.
     m_codec->pkt_timebase = m_stream->time_base;
+    compat::decode_plain_events(m_codec.get());
     return true;
 }
 

@@ -38,6 +38,7 @@ extern "C" {
 #define FW_HAVE_PICTURE_NUMBER (LIBAVUTIL_VERSION_MAJOR < 59)                          // until 6.1
 #define FW_HAVE_CODECPAR_SIDE_DATA (LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 30, 100))  // 6.1
 #define FW_HAVE_REGISTER_ALL (LIBAVCODEC_VERSION_MAJOR < 59)       // until 4.4
+#define FW_TIMED_SUBTITLE_TEXT (LIBAVCODEC_VERSION_MAJOR < 59)     // until 4.4
 #define FW_HAVE_INDEX_GETTER (LIBAVFORMAT_VERSION_MAJOR >= 59)     // 5.0
 #define FW_SIDE_DATA_SIZE_IS_INT (LIBAVFORMAT_VERSION_MAJOR < 59)  // until 4.4
 
@@ -50,6 +51,18 @@ inline void register_all() {
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     avcodec_register_all();
 #pragma GCC diagnostic pop
+#endif
+}
+
+/// Subtitles decode to ASS events without times, which they have beside their text. Until 4.4 a
+/// decoder had to be asked for that, or it put times in and ended each line with CR LF.
+inline void decode_plain_events(AVCodecContext* codec) {
+#if FW_TIMED_SUBTITLE_TEXT
+    if (codec->codec_type == AVMEDIA_TYPE_SUBTITLE) {
+        (void)av_opt_set(codec, "sub_text_format", "ass", 0);  // known to all of these
+    }
+#else
+    (void)codec;
 #endif
 }
 
