@@ -14,7 +14,6 @@ function(framewell_test name)
     endif()
     add_executable(${name} ${arg_SOURCES})
     target_link_libraries(${name} PRIVATE framewell_test_support framewell_test_main GTest::gtest)
-    framewell_precompile(${name} <gtest/gtest.h> <framewell/framewell.h> <string> <thread> <vector>)
     # Their own code runs for moments; at -O3 it would be most of the time that a build takes.
     target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O1>)
     set_target_properties(${name} PROPERTIES
