@@ -1,91 +1,32 @@
-// Background requests of a decoder: which of them are answered, and that closing, reopening and
-// destroying work at any moment and from anywhere.
+// Background requests of a decoder: which of them are answered, and that closing and reopening work
+// at any moment.
 
-#include "tests/support/async_scene.h"
-#include "tests/support/log_capture.h"
-#include "tests/support/media.h"
-#include "tests/support/streams.h"
+#include "tests/public/async_fixture.h"
 
 #include <framewell/framewell.h>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cstdint>
 #include <memory>
-#include <optional>
 #include <set>
-#include <string>
+#include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
 
 using fw_test::Answers;
 using fw_test::Carried;
-using fw_test::Gate;
-using fw_test::LogCapture;
-using fw_test::stream_of;
-using fw_test::Watchdog;
+using fw_test::FFDecoderAsyncTest;
+using fw_test::number_of;
+using fw_test::picture;
+using fw_test::sound;
+using fw_test::tenth;
+using fw_test::video;
+using fw_test::wait_until;
 using fw_test::WatchedDecoder;
-
-const ff::StreamCtx* video() {
-    return stream_of(fw_test::clip_h264(), ff::StreamType::Video);
-}
-
-const ff::StreamCtx* sound() {
-    return stream_of(fw_test::clip_pcm(), ff::StreamType::Audio);
-}
-
-/// The request for picture `number` of a clip with 30 pictures per second.
-ff::RequireVideoFrame picture(int number) {
-    ff::RequireVideoFrame req;
-    req.time = {number, 30};
-    req.format = ff::PixelFormat::Yuv420p;
-    return req;
-}
-
-ff::RequireAudioFrame tenth(int number) {
-    ff::RequireAudioFrame req;
-    req.range = {{number, 10}, {number + 1, 10}};
-    return req;
-}
-
-int number_of(const ff::VFrameCtx& picture) {
-    return static_cast<int>((picture.pts * 30 + 500000) / 1000000);
-}
-
-class FFDecoderAsyncTest : public ::testing::Test {
-protected:
-    /// A callback that adds the number of the picture to `answers`, and carries something.
-    ff::FFDecoder::VideoCallback answer(Carried* carried = nullptr) {
-        return [this, thing = carried != nullptr ? carried->make() : nullptr](
-                   const std::shared_ptr<ff::VFrameCtx>& got) { answers.add(number_of(*got)); };
-    }
-
-    /// A decoder whose first request waits in `gate`, and whose requests are counted.
-    std::unique_ptr<WatchedDecoder> gated() {
-        return std::make_unique<WatchedDecoder>([this](const ff::RequireVideoFrame&, int) {
-            if (visits++ == 0) {
-                gate.pass();
-            }
-        });
-    }
-
-    /// Asks for picture 0 and returns when the background thread is held with it.
-    void hold(ff::FFDecoder& decoder, Carried* carried = nullptr) {
-        decoder.getVideoFrameAsync(held, answer(carried));
-        gate.wait_for(1);
-    }
-
-    Watchdog watchdog{"FFDecoderAsyncTest"};
-    LogCapture log;
-    Gate gate;
-    std::atomic<int> visits{0};
-    Answers<int> answers;
-    ff::RequireVideoFrame held = picture(0);
-};
 
 TEST_F(FFDecoderAsyncTest, AnswersOnAThreadOfItsOwnWithThePictureOfASynchronousRequest) {
     ff::FFDecoder decoder;
@@ -270,211 +211,6 @@ TEST_F(FFDecoderAsyncTest, LogsWhatACallbackThrowsAndGoesOn) {
     EXPECT_EQ(log.count_exactly("a callback has thrown: no more tea"), 1U);
     decoder.getVideoFrameAsync(picture(2), answer());
     EXPECT_EQ(answers.wait_for(1), std::vector<int>{2});
-}
-
-// From inside a callback
-
-TEST_F(FFDecoderAsyncTest, AnswersRequestsOfACallback) {
-    ff::FFDecoder decoder;
-    ASSERT_TRUE(decoder.open(video()));
-    decoder.getVideoFrameAsync(picture(1), [&](const auto&) {
-        answers.add(number_of(*decoder.getVideoFrame(picture(2))));
-        decoder.getVideoFrameAsync(picture(3), answer());
-        decoder.getVideoFrameAsync(picture(4), answer());
-        EXPECT_TRUE(decoder.isOpened());
-    });
-    EXPECT_EQ(answers.wait_for(2), (std::vector<int>{2, 4}));
-}
-
-TEST_F(FFDecoderAsyncTest, ClosesInACallback) {
-    ff::FFDecoder decoder;
-    ASSERT_TRUE(decoder.open(video()));
-    decoder.getVideoFrameAsync(picture(1), [&](const auto&) {
-        decoder.getVideoFrameAsync(picture(2), answer());
-        decoder.close();
-        EXPECT_FALSE(decoder.getVideoFrame(picture(3)));
-        answers.add(-1);
-    });
-    EXPECT_EQ(answers.wait_for(1), std::vector<int>{-1});
-    EXPECT_FALSE(decoder.isOpened());
-    decoder.close();
-    EXPECT_EQ(answers.all(), std::vector<int>{-1});
-}
-
-TEST_F(FFDecoderAsyncTest, ReopensInACallback) {
-    ff::FFDecoder decoder;
-    ASSERT_TRUE(decoder.open(video()));
-    decoder.getVideoFrameAsync(picture(1), [&](const auto&) {
-        decoder.close();
-        EXPECT_TRUE(decoder.reopen());
-        answers.add(number_of(*decoder.getVideoFrame(picture(2))));
-        decoder.getVideoFrameAsync(picture(3), answer());
-    });
-    EXPECT_EQ(answers.wait_for(2), (std::vector<int>{2, 3}));
-}
-
-TEST_F(FFDecoderAsyncTest, ReopensInEveryCallbackOfALongChain) {
-    constexpr int kLength = 40;
-    ff::FFDecoder decoder;
-    ASSERT_TRUE(decoder.open(video()));
-    std::function<void(int)> ask = [&](int number) {
-        decoder.getVideoFrameAsync(picture(number), [&, number](const auto& got) {
-            decoder.close();
-            EXPECT_TRUE(decoder.reopen());
-            answers.add(number_of(*got));
-            if (number + 1 < kLength) {
-                ask(number + 1);
-            }
-        });
-    };
-    ask(0);
-    EXPECT_EQ(answers.wait_for(kLength).back(), kLength - 1);
-    decoder.close();
-}
-
-TEST_F(FFDecoderAsyncTest, DoesNotLetTwoCallbacksThatCloseWaitForEachOther) {
-    for (std::size_t round = 1; round <= 20; ++round) {  // which of them closes first is chance
-        ff::FFDecoder decoder;
-        ASSERT_TRUE(decoder.open(video()));
-        Gate second_runs;
-        second_runs.open();
-        decoder.getVideoFrameAsync(picture(1), [&](const auto&) {
-            decoder.close();
-            EXPECT_TRUE(decoder.reopen());
-            decoder.getVideoFrameAsync(picture(2), [&](const auto&) {
-                second_runs.pass();
-                decoder.close();
-                answers.add(2);
-            });
-            second_runs.wait_for(1);
-            decoder.close();
-            answers.add(1);
-        });
-        EXPECT_EQ(answers.wait_for(2 * round).size(), 2 * round);
-    }
-}
-
-TEST_F(FFDecoderAsyncTest, IsDestroyedInACallback) {
-    auto decoder = std::make_unique<ff::FFDecoder>();
-    ASSERT_TRUE(decoder->open(video()));
-    Carried carried;
-    Carried waiting;
-    decoder->getVideoFrameAsync(picture(1), [&, thing = carried.make()](const auto&) {
-        decoder->getVideoFrameAsync(picture(2), answer(&waiting));
-        decoder.reset();
-        EXPECT_TRUE(waiting.is_gone());
-        answers.add(-1);
-    });
-    (void)answers.wait_for(1);
-    carried.wait_until_gone();
-    EXPECT_EQ(answers.all(), std::vector<int>{-1});
-    EXPECT_FALSE(decoder);
-}
-
-TEST_F(FFDecoderAsyncTest, IsDestroyedInACallbackThatReopenedIt) {
-    auto decoder = std::make_unique<ff::FFDecoder>();
-    ASSERT_TRUE(decoder->open(video()));
-    Gate second_runs;
-    second_runs.open();
-    Carried carried;
-    decoder->getVideoFrameAsync(picture(1), [&, thing = carried.make()](const auto&) {
-        decoder->close();
-        EXPECT_TRUE(decoder->reopen());
-        decoder->getVideoFrameAsync(picture(2), [&](const auto&) {
-            second_runs.pass();
-            answers.add(2);
-        });
-        second_runs.wait_for(1);
-        decoder.reset();  // waits for the other callback
-        answers.add(1);
-    });
-    EXPECT_EQ(answers.wait_for(2), (std::vector<int>{2, 1}));
-    carried.wait_until_gone();
-}
-
-TEST_F(FFDecoderAsyncTest, LivesAsLongAsACallbackThatHoldsItsLastReference) {
-    std::atomic<bool> is_gone{false};
-    std::shared_ptr<ff::FFDecoder> decoder(new ff::FFDecoder, [&](const ff::FFDecoder* last) {
-        delete last;
-        is_gone = true;
-    });
-    ASSERT_TRUE(decoder->open(video()));
-    ff::FFDecoder& raw = *decoder;
-    raw.getVideoFrameAsync(picture(1), [this, keep = decoder](const auto& got) {
-        gate.pass();
-        answers.add(number_of(*got));
-    });
-    gate.wait_for(1);
-    decoder.reset();
-    EXPECT_FALSE(is_gone);
-    gate.open();
-    EXPECT_EQ(answers.wait_for(1), std::vector<int>{1});
-    fw_test::wait_until([&] { return is_gone.load(); });
-}
-
-// What callbacks carry
-
-/// Asks a decoder for everything when it is destroyed.
-struct AsksAtItsEnd {
-    explicit AsksAtItsEnd(ff::FFDecoder* asked, Answers<int>* all) : decoder(asked), ends(all) {}
-
-    AsksAtItsEnd(const AsksAtItsEnd&) = delete;
-    AsksAtItsEnd& operator=(const AsksAtItsEnd&) = delete;
-
-    ~AsksAtItsEnd() {
-        decoder->getVideoFrameAsync(picture(8), nullptr);
-        ends->add(decoder->isOpened() ? 1 : 0);
-        (void)decoder->getVideoFrame(picture(9));
-    }
-
-    ff::FFDecoder* decoder;
-    Answers<int>* ends;
-};
-
-TEST_F(FFDecoderAsyncTest, MayBeCalledByWhatADiscardedCallbackCarries) {
-    const std::unique_ptr<WatchedDecoder> decoder = gated();
-    ASSERT_TRUE(decoder->open(video()));
-    hold(*decoder);
-    Answers<int> ends;
-    decoder->getVideoFrameAsync(
-        picture(1), [carried = std::make_shared<AsksAtItsEnd>(decoder.get(), &ends)](const auto&) {
-            ADD_FAILURE() << "was replaced";
-        });
-    decoder->getVideoFrameAsync(picture(2), nullptr);
-    EXPECT_EQ(ends.all(), std::vector<int>{1});
-    gate.open();
-}
-
-TEST_F(FFDecoderAsyncTest, MayBeCalledByWhatAWaitingCallbackCarriesWhenItIsDestroyed) {
-    std::unique_ptr<WatchedDecoder> decoder = gated();
-    ASSERT_TRUE(decoder->open(video()));
-    hold(*decoder);
-    Answers<int> ends;
-    decoder->getVideoFrameAsync(
-        picture(1), [carried = std::make_shared<AsksAtItsEnd>(decoder.get(), &ends)](const auto&) {
-            ADD_FAILURE() << "the decoder is gone";
-        });
-    std::thread destroyer([&] { decoder.reset(); });
-    EXPECT_EQ(ends.wait_for(1), std::vector<int>{0});
-    gate.open();
-    destroyer.join();
-    EXPECT_TRUE(answers.all().empty());
-}
-
-TEST_F(FFDecoderAsyncTest, MayBeCalledByWhatAWaitingCallbackCarriesWhenACallbackDestroysIt) {
-    auto decoder = std::make_unique<ff::FFDecoder>();
-    ASSERT_TRUE(decoder->open(video()));
-    Answers<int> ends;
-    Carried running;
-    decoder->getVideoFrameAsync(picture(1), [&, thing = running.make()](const auto&) {
-        decoder->getVideoFrameAsync(
-            picture(2), [carried = std::make_shared<AsksAtItsEnd>(decoder.get(), &ends)](
-                            const auto&) { ADD_FAILURE() << "the decoder is gone"; });
-        decoder.reset();
-        EXPECT_EQ(ends.all().size(), 1U) << "it must not outlive the decoder";
-    });
-    EXPECT_EQ(ends.wait_for(1), std::vector<int>{0});
-    running.wait_until_gone();
 }
 
 // Closing

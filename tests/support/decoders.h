@@ -5,28 +5,17 @@
 /// of a result. Thread-safety: safe, except for reading a record while somebody changes it.
 
 #include "tests/support/media.h"
+#include "tests/support/streams.h"
 
 #include <framewell/ffdecoder.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace fw_test {
-
-/// Returns the first stream of that kind in the file. Throws if it has none.
-inline const ff::StreamCtx* stream_of(const std::string& path,
-                                      ff::StreamType type = ff::StreamType::Video) {
-    const ff::StreamCtx* const stream =
-        ff::first_stream(ff::FFDecoder::probe(path.c_str(), nullptr), type);
-    if (stream == nullptr) {
-        throw std::runtime_error("no stream of the kind that the test needs in " + path);
-    }
-    return stream;
-}
 
 inline ff::RequireVideoFrame picture_at(const ff::Rational& time,
                                         ff::PixelFormat format = ff::PixelFormat::Yuv420p,
