@@ -326,8 +326,8 @@ TEST_P(DamageTest, IsWholeAtFirst) {
 
 TEST_P(DamageTest, IsCutAtAnyLength) {
     std::vector<std::size_t> lengths{1, 2, 3, 4, 7, 8, 12, 16, 31, 32, 33, 100, 188, 189, 500};
-    for (std::size_t part = 1; part < 24; ++part) {
-        lengths.push_back(bytes.size() * part / 24);
+    for (std::size_t part = 1; part < 12; ++part) {
+        lengths.push_back(bytes.size() * part / 12);
     }
     lengths.push_back(bytes.size() - 1);
     for (const std::size_t length : lengths) {
@@ -345,7 +345,7 @@ TEST_P(DamageTest, IsCutAtAnyLength) {
 }
 
 TEST_P(DamageTest, HasBitsFlippedAnywhere) {
-    for (unsigned seed = 1; seed <= 40; ++seed) {
+    for (unsigned seed = 1; seed <= 20; ++seed) {
         std::mt19937 random(seed);
         std::string damaged = bytes;
         // From a single bit to one in some hundred bytes; every second file only in its first part,

@@ -159,12 +159,12 @@ inline std::size_t affordable_questions(const Timeline& timeline) {
     if (std::getenv("FRAMEWELL_EXACTNESS_ALL") != nullptr) {
         return timeline.shown.size();
     }
-    constexpr double kPixels = 6e7;  // decoded in less than half a second
+    constexpr double kPixels = 4e7;  // decoded in less than half a second
     const double pixels_per_question =
         1.0 * timeline.width * timeline.height * (timeline.pictures_per_key / 2 + 1);
     const double affordable = kPixels / std::max(1.0, pixels_per_question);
-    return static_cast<std::size_t>(kSanitized ? std::clamp(affordable / 10, 6.0, 12.0)
-                                               : std::clamp(affordable, 12.0, 40.0));
+    return static_cast<std::size_t>(kSanitized ? std::clamp(affordable / 8, 4.0, 8.0)
+                                               : std::clamp(affordable, 8.0, 24.0));
 }
 
 /// One of several askers, who share what is asked about the ends of a stream.
