@@ -22,9 +22,10 @@ constexpr char kLogSource[] = "src/ffdec_task";
 constexpr int kMaxSeekRetries = 5;
 constexpr int kMaxErrorRetries = 4;
 
-// Steps back of one second each before giving up on finding a key frame that way and decoding from
-// the start of the stream, which gives the same pictures.
-constexpr int kMaxSteps = 600;
+// Steps back of one second each. From then on each goes twice as far as the one before: where a
+// damaged file tells of hours in which nothing decodes, its start is reached in a few dozen steps
+// and not in thousands. Starting earlier than needed costs time only: the same frame is found.
+constexpr int kStepsOfOneSecond = 16;
 
 // What the log shows for the frame of a step that the end of the stream caused.
 constexpr long long kNoFrame = -111111;
@@ -84,9 +85,16 @@ struct FFDec_Task::DecodeRun {
     int seek_tries = 0;
     int error_tries = 0;
     int steps = 0;
+    std::int64_t step_length = 0;
     std::shared_ptr<AVFrame> result = nullptr;
 
     void reset_tries() { seek_tries = error_tries = 0; }
+
+    std::int64_t next_step(std::int64_t one_second) {
+        step_length =
+            ++steps <= kStepsOfOneSecond ? one_second : add_saturated(step_length, step_length);
+        return step_length;
+    }
 };
 
 FFDec_Task::~FFDec_Task() {
@@ -401,7 +409,7 @@ void FFDec_Task::report_broken() {
     }
 }
 
-/// The seek landed behind the time: tries one second earlier, at last the start of the stream.
+/// The seek landed behind the time: tries a second earlier, at last the start of the stream.
 /// False if the stream cannot even be brought to its start: the pictures to come are not the first.
 bool FFDec_Task::step_back(DecodeRun* run, std::int64_t frame_time, bool at_end) {
     run->reset_tries();
@@ -409,10 +417,8 @@ bool FFDec_Task::step_back(DecodeRun* run, std::int64_t frame_time, bool at_end)
         // Beyond the end every step would only meet the end again.
         run->target = std::min(run->target, add_saturated(last_known_end(), m_one_second));
     }
-    run->target = std::max<std::int64_t>(0, add_saturated(run->target, -m_one_second));
-    if (++run->steps > kMaxSteps) {
-        run->target = 0;
-    }
+    const std::int64_t back = run->next_step(m_one_second);
+    run->target = std::max<std::int64_t>(0, add_saturated(run->target, -back));
     const AVCodecContext* const codec = m_instance->codec_context();
     const char* const kind = codec == nullptr                          ? "-"
                              : codec->codec_type == AVMEDIA_TYPE_AUDIO ? "Audio"

@@ -341,6 +341,36 @@ TEST_F(TaskTroubleTest, StepsBackThatReachTheStartTakeTheFirstFrameThere) {
     EXPECT_TRUE(task.is_contain(-1000, false)) << "the cache begins at the head";
 }
 
+TEST_F(TaskTroubleTest, StepsBackGrowWhereManyOfOneSecondFoundNothing) {
+    open(fw_test::make_clip(
+        "long.avi", fw_test::small_video("100", "1/2") + "-c:v mpeg4 -threads 1 -g 5 -q:v 4"));
+    ASSERT_EQ(at(pts(49)), all[49]);
+    g_demux_hooks.seek = [](int, std::int64_t ts, int) {
+        return ts > 0 ? std::optional<int>(-1) : std::nullopt;
+    };
+    const LogCapture log;
+    EXPECT_EQ(at(pts(44)), all[44]) << "the start is found, and the picture from there";
+    // A tick is as long as a picture, and no step is shorter: 16 steps of one tick,
+    // then 2, 4, 8, 16.
+    EXPECT_EQ(log.count("backward (1sec=1)"), 20U);
+}
+
+TEST_F(TaskTroubleTest, AFileOfNothingThatTellsOfHoursIsGivenUpSoon) {
+    // The header of FLAC tells the number of samples in 36 bits, here of 18 days.
+    std::string bytes = read_file(fw_test::clip_flac());
+    bytes.replace(22, 4, 4, '\xff');
+    bytes[21] = static_cast<char>(bytes[21] | 0x0f);
+    const TempFile told("told.flac", bytes);
+    open(told.path());
+    ASSERT_GT(stream->duration / stream->time_base.den, 1000000);
+    g_demux_hooks.read_packet = [](AVPacket*) { return AVERROR_EOF; };
+    const LogCapture log;
+    EXPECT_EQ(at(stream->duration / 2), kNothing);
+    EXPECT_EQ(log.count("bad movie: unexpected eof"), 1U);
+    EXPECT_GE(log.count("backward (1sec"), 16U);
+    EXPECT_LE(log.count("backward (1sec"), 16U + 21U);
+}
+
 TEST_F(TaskTroubleTest, AStreamThatCannotBeSoughtAtAllIsStillAnsweredExactly) {
     open(fw_test::clip_h264());
     const LogCapture quiet;

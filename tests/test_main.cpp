@@ -1,5 +1,6 @@
 // The main function of the test programs. What it does more than GoogleTest's own: it tells ctest
-// which entries the program makes, and a run of which every test was skipped from one that passed.
+// which entries the program makes, and tells a run of which every test was skipped, or that chose
+// none, from one that passed.
 
 #include <gtest/gtest.h>
 
@@ -74,6 +75,10 @@ int main(int argc, char** argv) {
     }
     const int status = RUN_ALL_TESTS();
     const testing::UnitTest& program = *testing::UnitTest::GetInstance();
+    if (program.test_to_run_count() == 0) {
+        (void)std::fprintf(stderr, "no test has such a name\n");
+        return 1;
+    }
     const bool is_skipped =
         program.skipped_test_count() > 0 && program.successful_test_count() == 0;
     return status == 0 && is_skipped ? kSkipped : status;

@@ -1,14 +1,10 @@
 #pragma once
 
 #include "commands.h"
+#include "parser.h"
 
 #include <array>
 #include <string>
-
-// Its header takes a compiler several seconds.
-namespace CLI {  // NOLINT(readability-identifier-naming): the parser's name
-class App;
-}
 
 namespace tool {
 

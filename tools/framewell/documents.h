@@ -1,10 +1,8 @@
 #pragma once
 
-#include <string>
+#include "parser.h"
 
-namespace CLI {  // NOLINT(readability-identifier-naming): the parser's name
-class App;
-}
+#include <string>
 
 namespace tool {
 

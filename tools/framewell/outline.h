@@ -1,12 +1,9 @@
 #pragma once
 
+#include "parser.h"
+
 #include <string>
 #include <vector>
-
-// The parser's header takes a compiler several seconds.
-namespace CLI {  // NOLINT(readability-identifier-naming): the parser's name
-class App;
-}
 
 /// @file
 /// What the command line understands, read out of the parser. The man page and the completions of
