@@ -21,8 +21,9 @@ endif()
 
 add_library(framewell_sanitizers INTERFACE)
 if(FRAMEWELL_SANITIZE)
+    # Reports name functions and lines, nothing else of what -g would write.
     target_compile_options(framewell_sanitizers INTERFACE
-                           ${FRAMEWELL_SANITIZE_FLAGS} -g -fno-omit-frame-pointer)
+                           ${FRAMEWELL_SANITIZE_FLAGS} -g1 -fno-omit-frame-pointer)
     # g++ says itself that sanitizers make this warning guess: it then points into std::regex.
     target_compile_options(framewell_sanitizers INTERFACE
                            $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
