@@ -6,7 +6,7 @@
 # there (the logger, the cache of probed files, the pool). SHARING says what takes that care itself, as
 # a process takes longer to start than most tests run: "rows", the rows of a table, "suites", all tests
 # of a suite. Not so suites with one of the parts of APART in their names, whose tests take long. Under a
-# sanitizer a process takes several times as long to start, and "rows" is read as "suites".
+# sanitizer or an emulator a process takes many times as long to start, and "rows" is read as "suites".
 # LIBRARY_PATH: where the program finds libraries first.
 function(framewell_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "LABEL;SHARING;LIBRARY_PATH" "SOURCES;APART")
@@ -33,7 +33,7 @@ macro(framewell_add_entries name)
     endif()
     if(NOT arg_SHARING)
         set(arg_SHARING none)
-    elseif(FRAMEWELL_SANITIZE)
+    elseif(FRAMEWELL_SANITIZE OR CMAKE_CROSSCOMPILING)
         set(arg_SHARING suites)
     endif()
     file(GENERATE OUTPUT "${entries}" CONTENT "\
