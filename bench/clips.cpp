@@ -93,13 +93,13 @@ const std::vector<SoundClip>& sound_clips() {
     return clips;
 }
 
-const Clip& clip_named(const std::string& name) {
+const Clip& clip_named(std::string_view name) {
     for (const Clip& clip : all_clips()) {
         if (clip.name == name) {
             return clip;
         }
     }
-    give_up("no such clip: " + name);
+    give_up("no such clip: " + std::string(name));
 }
 
 std::string cache_folder() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// @file
@@ -43,7 +44,7 @@ struct SoundClip {
 const std::vector<SoundClip>& sound_clips();
 
 /// The clip of this name; ends the program with a message if there is none.
-const Clip& clip_named(const std::string& name);
+const Clip& clip_named(std::string_view name);
 
 /// The folder for clips and other files of the benchmarks: the environment variable
 /// FRAMEWELL_BENCH_CACHE, or framewell-bench in the system's folder for temporary files.

@@ -1,4 +1,5 @@
 #include "tests/support/decoders.h"
+#include "tests/support/heap_use.h"
 #include "tests/support/sanitized.h"
 
 #include <framewell/base/data.h>
@@ -7,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +23,7 @@
 namespace {
 
 using ff::PixelFormat;
+using fw_test::bytes_in_use;
 using fw_test::kSanitized;
 using fw_test::picture_at;
 using fw_test::stream_of;
@@ -38,12 +39,6 @@ std::string clip_full_hd() {
 }
 
 constexpr double kFullHdFrame = 1920 * 1080 * 1.5;  // bytes of a decoded picture
-
-/// Bytes that the process has allocated and not freed.
-double bytes_in_use() {
-    const struct mallinfo2 info = ::mallinfo2();
-    return static_cast<double>(info.uordblks) + static_cast<double>(info.hblkhd);
-}
 
 /// Bytes of the process that are in memory.
 double resident_bytes() {

@@ -1,5 +1,7 @@
 #include "tests/robustness/process_state.h"
 
+#include "tests/support/heap_use.h"
+
 #include <malloc.h>
 #include <unistd.h>
 
@@ -21,16 +23,6 @@ int entries_in(const char* folder) {
     return count;
 }
 
-double allocated_mb() {
-#ifdef __GLIBC__
-#if __GLIBC_PREREQ(2, 33)
-    const struct mallinfo2 info = ::mallinfo2();
-    return (static_cast<double>(info.uordblks) + static_cast<double>(info.hblkhd)) / 1e6;
-#endif
-#endif
-    return 0;
-}
-
 }  // namespace
 
 ProcessState process_state() {
@@ -39,7 +31,7 @@ ProcessState process_state() {
     double resident = 0;
     statm >> all >> resident;
     statm.close();
-    return {resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1e6, allocated_mb(),
+    return {resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1e6, bytes_in_use() / 1e6,
             entries_in("/proc/self/task"), entries_in("/proc/self/fd")};
 }
 
