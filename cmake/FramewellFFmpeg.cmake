@@ -35,6 +35,8 @@ function(framewell_find_ffmpeg)
     add_library(FFmpeg::libraries INTERFACE IMPORTED)
     target_include_directories(FFmpeg::libraries SYSTEM INTERFACE
                                ${FRAMEWELL_FFMPEG_INCLUDE_DIRS})
+    # Until 4.4 FFmpeg's headers insist on it, in C++ whose library has had these macros since 2011.
+    target_compile_definitions(FFmpeg::libraries INTERFACE __STDC_CONSTANT_MACROS)
     target_link_directories(FFmpeg::libraries INTERFACE ${FRAMEWELL_FFMPEG_LIBRARY_DIRS})
     target_link_libraries(FFmpeg::libraries INTERFACE ${FRAMEWELL_FFMPEG_LIBRARIES})
 endfunction()

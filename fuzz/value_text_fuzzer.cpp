@@ -26,6 +26,26 @@ bool have_short_texts(const double* numbers, std::size_t count) {
     return std::all_of(numbers, numbers + count, has_a_short_text);
 }
 
+// Whether it is so of `value`, or of all that it holds if it is a container.
+bool all_of(const Value& value, bool (*is_so)(const Value&)) {
+    if (value.type() == mox::T_LIST) {
+        const auto& items = value.array()->items();
+        return std::all_of(items.begin(), items.end(),
+                           [&](const Value& item) { return all_of(item, is_so); });
+    }
+    if (value.type() == mox::T_MAP) {
+        const auto& items = value.map()->items();
+        return std::all_of(items.begin(), items.end(),
+                           [&](const auto& item) { return all_of(item.second, is_so); });
+    }
+    return is_so(value);
+}
+
+// Where a borrowed buffer has no length, a copy has no address either.
+bool is_copied_whole(const Value& value) {
+    return value.type() != mox::T_PTR || value.length() > 0;
+}
+
 // Whether the tagged form of `value`, inside of a container, is one that is promised to read back.
 bool comes_back(const Value& value) {
     switch (value.type()) {
@@ -39,15 +59,6 @@ bool comes_back(const Value& value) {
         case mox::T_POINTER:
         case mox::T_PTR:
             return false;
-        case mox::T_LIST: {
-            const auto& items = value.array()->items();
-            return std::all_of(items.begin(), items.end(), comes_back);
-        }
-        case mox::T_MAP: {
-            const auto& items = value.map()->items();
-            return std::all_of(items.begin(), items.end(),
-                               [](const auto& item) { return comes_back(item.second); });
-        }
         default:
             return true;
     }
@@ -70,13 +81,15 @@ void check_copies(const Value& value, const std::string& written) {
 void check_writing(const Value& value) {
     const std::string written = value.write();
     expect(!written.empty(), "every value has a text");
-    check_copies(value, written);
+    if (all_of(value, is_copied_whole)) {
+        check_copies(value, written);
+    }
     expect(!value.writeJson(false, 0).empty(), "every value has a text in JSON");
     (void)value.writeJson(true, 1);  // more of the same characters
     Value again;
     int consumed = 0;
     const bool good = again.read(written.c_str(), &consumed);
-    if (comes_back(value) && !is_empty_container(value)) {
+    if (all_of(value, comes_back) && !is_empty_container(value)) {
         expect(good, "what was written can be read");
         expect(consumed == static_cast<int>(written.size()), "all that was written is read");
         expect(again.write() == written, "what was read is written the same again");

@@ -107,7 +107,7 @@ bool Instance::make_codec_context(const AVCodec* codec) {
 
 bool Instance::start_codec(const AVCodec* codec) {
     AVDictionary* options = nullptr;
-    if (av_dict_set(&options, "threads", "auto", 0) < 0) {
+    if (av_dict_set(&options, "threads", compat::decoder_threads(codec->id), 0) < 0) {
         FW_LOG(2, "bg", "failed to set codec options");  // not fatal: then it is one thread
     }
     const int opened = avcodec_open2(m_codec.get(), codec, &options);
@@ -144,6 +144,8 @@ void Instance::close() {
     m_gate = Gate::Open;
     m_drop_damaged = false;
     m_has_recovered = false;
+    m_drop_repeated = false;
+    m_time_before = AV_NOPTS_VALUE;
     m_settle_until = AV_NOPTS_VALUE;
     m_sound_place = {};
     m_packets_left = kAllPackets;
@@ -361,7 +363,9 @@ void Instance::reset_codec(bool at_start) {
         return;
     }
     m_codec = std::move(old);
-    avcodec_flush_buffers(m_codec.get());
+    if (avcodec_is_open(m_codec.get()) != 0) {
+        avcodec_flush_buffers(m_codec.get());
+    }
 }
 
 bool Instance::seek_file(std::int64_t target) {
@@ -454,6 +458,8 @@ void Instance::swap(Instance* other) {
     std::swap(m_key_time, other->m_key_time);
     std::swap(m_drop_damaged, other->m_drop_damaged);
     std::swap(m_has_recovered, other->m_has_recovered);
+    std::swap(m_drop_repeated, other->m_drop_repeated);
+    std::swap(m_time_before, other->m_time_before);
     std::swap(m_settle_until, other->m_settle_until);
     std::swap(m_sound_place, other->m_sound_place);
     std::swap(m_packets_left, other->m_packets_left);
@@ -465,6 +471,8 @@ void Instance::expect_key_frame(bool at_start) {
     const bool is_video = m_codec->codec_type == AVMEDIA_TYPE_VIDEO;
     m_gate = is_video && !at_start ? Gate::WaitForKey : Gate::Open;
     m_key_time = AV_NOPTS_VALUE;
+    m_drop_repeated = !at_start && compat::repeats_last_picture(m_codec->codec_id);
+    m_time_before = AV_NOPTS_VALUE;
     if (m_codec->codec_id == AV_CODEC_ID_H264) {
         // After a seek to a key frame that is not an IDR picture the decoder keeps back what it has
         // not seen recover, at the end of the stream also pictures that have (5.1). So it is told
@@ -498,6 +506,9 @@ bool Instance::is_inexact(const AVFrame& frame, bool draining) {
     if (m_drop_damaged && is_damaged(frame, draining)) {
         return true;
     }
+    if (m_drop_repeated && is_repeated(frame, draining)) {
+        return true;
+    }
     if (m_gate != Gate::WaitForTime) {
         return false;
     }
@@ -517,6 +528,12 @@ bool Instance::is_damaged(const AVFrame& frame, bool draining) {
     }
     m_has_recovered = m_has_recovered || !draining || frame.pict_type == AV_PICTURE_TYPE_I;
     return !m_has_recovered;
+}
+
+/// True for a picture at the end of the stream whose time lies before that of the one before it.
+bool Instance::is_repeated(const AVFrame& frame, bool draining) {
+    const std::int64_t before = std::exchange(m_time_before, frame.best_effort_timestamp);
+    return draining && before != AV_NOPTS_VALUE && frame.best_effort_timestamp < before;
 }
 
 std::int64_t Instance::start_or_zero() const {

@@ -108,6 +108,7 @@ private:
     bool is_settling(const AVFrame& frame);
     bool is_inexact(const AVFrame& frame, bool draining);
     bool is_damaged(const AVFrame& frame, bool draining);
+    bool is_repeated(const AVFrame& frame, bool draining);
     std::int64_t start_or_zero() const;
 
     /// Where the next packet is read.
@@ -151,6 +152,8 @@ private:
     SoundPlace m_sound_place;                      // of the frame of sound decoded last
     bool m_drop_damaged = false;                   // the decoder hands out damaged pictures, marked
     bool m_has_recovered = false;                  // and no more of them will come
+    bool m_drop_repeated = false;                  // the decoder repeats a picture at the end
+    std::int64_t m_time_before = AV_NOPTS_VALUE;   // of the picture before, to tell that by
     int m_packets_left = kAllPackets;              // that the decoder may still get
 };
 

@@ -37,10 +37,12 @@ extern "C" {
 #define FW_HAVE_FRAME_FLAG_KEY (LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(58, 7, 100))   // 6.1
 #define FW_HAVE_PICTURE_NUMBER (LIBAVUTIL_VERSION_MAJOR < 59)                          // until 6.1
 #define FW_HAVE_CODECPAR_SIDE_DATA (LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 30, 100))  // 6.1
-#define FW_HAVE_REGISTER_ALL (LIBAVCODEC_VERSION_MAJOR < 59)       // until 4.4
-#define FW_TIMED_SUBTITLE_TEXT (LIBAVCODEC_VERSION_MAJOR < 59)     // until 4.4
-#define FW_HAVE_INDEX_GETTER (LIBAVFORMAT_VERSION_MAJOR >= 59)     // 5.0
-#define FW_SIDE_DATA_SIZE_IS_INT (LIBAVFORMAT_VERSION_MAJOR < 59)  // until 4.4
+#define FW_HAVE_REGISTER_ALL (LIBAVCODEC_VERSION_MAJOR < 59)            // until 4.4
+#define FW_TIMED_SUBTITLE_TEXT (LIBAVCODEC_VERSION_MAJOR < 59)          // until 4.4
+#define FW_HAVE_INDEX_GETTER (LIBAVFORMAT_VERSION_MAJOR >= 59)          // 5.0
+#define FW_APNG_THREADS_LOSE_HEADER (LIBAVCODEC_VERSION_MAJOR >= 60)    // 7.1; 5.1 does not
+#define FW_MPEG4_REPEATS_LAST_PICTURE (LIBAVCODEC_VERSION_MAJOR >= 60)  // 7.1; 5.1 does not
+#define FW_SIDE_DATA_SIZE_IS_INT (LIBAVFORMAT_VERSION_MAJOR < 59)       // until 4.4
 
 namespace ff::compat {
 
@@ -63,6 +65,28 @@ inline void decode_plain_events(AVCodecContext* codec) {
     }
 #else
     (void)codec;
+#endif
+}
+
+/// What the option "threads" of this decoder is set to. The frame threads of APNG (7.1) lose its
+/// header when pictures are under way in them at a seek, and decode nothing from then on.
+inline const char* decoder_threads(AVCodecID id) {
+#if FW_APNG_THREADS_LOSE_HEADER
+    return id == AV_CODEC_ID_APNG ? "1" : "auto";
+#else
+    (void)id;
+    return "auto";
+#endif
+}
+
+/// True for decoders that at the end of a stream give their last key picture a second time, with
+/// the time of a picture before it that was lost to a seek.
+inline bool repeats_last_picture(AVCodecID id) {
+#if FW_MPEG4_REPEATS_LAST_PICTURE
+    return id == AV_CODEC_ID_MPEG4;
+#else
+    (void)id;
+    return false;
 #endif
 }
 

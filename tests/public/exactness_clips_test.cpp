@@ -119,7 +119,8 @@ const Row kRows[] = {
     {"Mpeg2Mkv", "mpeg2video", "yuv420p", [] { return mpeg2("mpeg2.mkv"); }},
     {"Mpeg2ClosedGopTs", "mpeg2video", "yuv420p",
      [] { return mpeg2("mpeg2_closed.ts", "-flags +cgop -sc_threshold 1000000000"); }},
-    {"Mpeg2Elementary", "mpeg2video", "yuv420p", [] { return mpeg2("mpeg2.m2v"); }},
+    // The ffmpeg program lists it from 0 on in 7.1, from one picture later before.
+    {"Mpeg2Elementary", "mpeg2video", "yuv420p", [] { return mpeg2("mpeg2.m2v"); }, 48000, 48000},
     {"Mpeg1Mpg", "mpeg1video", "yuv420p",
      [] { return make_clip("mpeg1.mpg", source() + "-c:v mpeg1video -threads 1 -g 15 -bf 2"); }},
     {"Mpeg4Avi", "mpeg4", "yuv420p",

@@ -429,7 +429,7 @@ TEST_F(FFDecoder2Test, GoesOnWithoutFiltersWhenTheyAreRefused) {
     open(video());
     const std::shared_ptr<ff::VFrameCtx> plain = picture_at({1, 1});
     ASSERT_TRUE(set_filters("hflip"));
-    for (const char* const refused : {"nosuchfilter", "hflip,", "[in]hflip[x]", "volume=0.5",
+    for (const char* const refused : {"nosuchfilter", "hflip,,", "[in]hflip[x]", "volume=0.5",
                                       "scale=w=-5:h=7:nonsense=1", ","}) {
         EXPECT_FALSE(set_filters(refused)) << refused;
         const std::shared_ptr<ff::VFrameCtx> picture = picture_at({1, 1});

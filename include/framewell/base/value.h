@@ -162,7 +162,8 @@ public:
     /// Gives a T_POINTER.
     static Value pointer(void* pointer);
 
-    /// Gives a T_PTR to `length` bytes that must outlive the value and all of its copies.
+    /// Gives a T_PTR to `length` bytes that must outlive the value and all of its copies. A copy of
+    /// one without bytes has no address either.
     static Value borrowed(char* data, std::int32_t length);
 
     /// Gives a T_LIST or T_MAP that takes over `items` and leaves it empty.
