@@ -170,6 +170,9 @@ int Instance::get_frame(AVPacket* packet, AVFrame* frame, const std::atomic<bool
     if (!m_codec) {
         return AVERROR_EXIT;
     }
+    if (avcodec_is_open(m_codec.get()) == 0) {
+        return AVERROR(EINVAL);  // which FFmpeg says itself, but 7.1 reads through null before that
+    }
     const int result = decode_frame(packet, frame, cancel);
     if (result >= 0) {
         keep_sound_in_order(frame);

@@ -212,9 +212,6 @@ int HWDecoder::hw_codec_receive_frame(AVCodecContext* ctx, AVFrame* frame) {
         FW_LOG(2, "hw", "[hwdec] no codec context or no frame to receive into");
         return AVERROR(EINVAL);
     }
-    if (avcodec_is_open(ctx) == 0) {
-        return AVERROR(EINVAL);  // which FFmpeg says itself, but 7.1 reads through null before that
-    }
     const int r = avcodec_receive_frame(ctx, frame);
     if (r != 0) {
         return r;

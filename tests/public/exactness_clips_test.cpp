@@ -156,15 +156,17 @@ const Row kRows[] = {
      }},
     {"Av1Webm", "libaom-av1", "yuv420p",
      [] {
-         return make_clip("av1.webm", source("25", "2") +
-                                          "-c:v libaom-av1 -cpu-used 8 -threads 1 "
-                                          "-g 20 -b:v 200k");
+         return make_clip("av1.webm",
+                          source("25", "2") +
+                              "-c:v libaom-av1 -strict experimental -cpu-used 8 -threads 1 "
+                              "-g 20 -b:v 200k");
      }},
     {"Av1Mp4", "libaom-av1", "yuv420p",
      [] {
-         return make_clip("av1.mp4", source("25", "2") +
-                                         "-c:v libaom-av1 -cpu-used 8 -threads 1 "
-                                         "-g 20 -b:v 200k");
+         return make_clip("av1.mp4",
+                          source("25", "2") +
+                              "-c:v libaom-av1 -strict experimental -cpu-used 8 -threads 1 "
+                              "-g 20 -b:v 200k");
      }},
     {"MotionJpegAvi", "mjpeg", "yuvj420p",
      [] {

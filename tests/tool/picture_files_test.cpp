@@ -89,8 +89,7 @@ TEST(PictureFilesTest, PngHasSixteenBitsForFormatsThatHaveThem) {
 TEST(PictureFilesTest, JpegIsCloseToThePicture) {
     const TemporaryFolder folder;
     const std::string clip =
-        make_clip("soft.png",
-                  "-f lavfi -i gradients=size=96x64:duration=1:seed=3 -frames:v 1 -pix_fmt rgb24");
+        make_clip("soft.png", "-f lavfi -i gradients=size=96x64:seed=3 -frames:v 1 -pix_fmt rgb24");
     for (const char* const format : {"rgba", "yuv420p", "nv12", "bgra64le"}) {
         write_picture(folder, clip, "a.JPG", format);
         const std::string jpeg = pixels_of(folder, "a.JPG", "rgb24");
