@@ -107,7 +107,7 @@ bool Instance::make_codec_context(const AVCodec* codec) {
 
 bool Instance::start_codec(const AVCodec* codec) {
     AVDictionary* options = nullptr;
-    if (av_dict_set(&options, "threads", compat::decoder_threads(codec->id), 0) < 0) {
+    if (compat::set_threads(*codec, &options) < 0) {
         FW_LOG(2, "bg", "failed to set codec options");  // not fatal: then it is one thread
     }
     const int opened = avcodec_open2(m_codec.get(), codec, &options);
@@ -189,6 +189,7 @@ int Instance::decode_frame(AVPacket* packet, AVFrame* frame, const std::atomic<b
     for (;;) {
         const int received = HWDecoder::instance()->hw_codec_receive_frame(m_codec.get(), frame);
         m_has_concealed = m_has_concealed || frame->decode_error_flags != 0;
+        compat::correct_guessed_time(frame);
         if (received == 0 && is_inexact(*frame, !more_input)) {
             av_frame_unref(frame);
             continue;

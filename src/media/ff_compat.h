@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 extern "C" {
@@ -41,6 +42,8 @@ extern "C" {
 #define FW_TIMED_SUBTITLE_TEXT (LIBAVCODEC_VERSION_MAJOR < 59)          // until 4.4
 #define FW_HAVE_INDEX_GETTER (LIBAVFORMAT_VERSION_MAJOR >= 59)          // 5.0
 #define FW_APNG_THREADS_LOSE_HEADER (LIBAVCODEC_VERSION_MAJOR >= 60)    // 7.1; 5.1 does not
+#define FW_DAV1D_FLUSH_HANGS (LIBAVCODEC_VERSION_MAJOR < 59)            // until 4.4
+#define FW_GUESSED_TIME_STAYS (LIBAVCODEC_VERSION_MAJOR < 59)           // until 4.4
 #define FW_MPEG4_REPEATS_LAST_PICTURE (LIBAVCODEC_VERSION_MAJOR >= 60)  // 7.1; 5.1 does not
 #define FW_SIDE_DATA_SIZE_IS_INT (LIBAVFORMAT_VERSION_MAJOR < 59)       // until 4.4
 
@@ -68,14 +71,34 @@ inline void decode_plain_events(AVCodecContext* codec) {
 #endif
 }
 
-/// What the option "threads" of this decoder is set to. The frame threads of APNG (7.1) lose its
-/// header when pictures are under way in them at a seek, and decode nothing from then on.
-inline const char* decoder_threads(AVCodecID id) {
+/// Lets a decoder have as many threads as are good for it. The frame threads of APNG (7.1) lose its
+/// header when pictures are under way in them at a seek, and decode nothing from then on. With
+/// those of dav1d 0.7, which 4.3 came with, a flush at such a time waits for ever.
+inline int set_threads(const AVCodec& codec, AVDictionary** options) {
+#if FW_DAV1D_FLUSH_HANGS
+    if (std::strcmp(codec.name, "libdav1d") == 0 &&
+        av_dict_set(options, "framethreads", "1", 0) < 0) {
+        return AVERROR(ENOMEM);
+    }
+#endif
 #if FW_APNG_THREADS_LOSE_HEADER
-    return id == AV_CODEC_ID_APNG ? "1" : "auto";
+    if (codec.id == AV_CODEC_ID_APNG) {
+        return av_dict_set(options, "threads", "1", 0);
+    }
+#endif
+    (void)codec;
+    return av_dict_set(options, "threads", "auto", 0);
+}
+
+/// Until 4.4 the guessed time of a frame of sound stayed where it was when samples were dropped
+/// from the frame's beginning; its pts moved.
+inline void correct_guessed_time(AVFrame* frame) {
+#if FW_GUESSED_TIME_STAYS
+    if (frame->nb_samples > 0 && frame->pts != AV_NOPTS_VALUE) {
+        frame->best_effort_timestamp = frame->pts;
+    }
 #else
-    (void)id;
-    return "auto";
+    (void)frame;
 #endif
 }
 

@@ -111,6 +111,7 @@ public:
         for (;;) {
             const int received = avcodec_receive_frame(m_codec.get(), m_frame.get());
             if (received >= 0) {
+                ff::compat::correct_guessed_time(m_frame.get());
                 return m_frame.get();
             }
             if (received == AVERROR_EOF) {
