@@ -217,11 +217,16 @@ void expect_exact_random_spans(Scene* scene, Random random) {
     EXPECT_TRUE(lines.empty()) << first_of(lines);
 }
 
-/// The ground truth is what FFmpeg 5.1 decodes. Of lossy sound another release makes samples that
-/// are another in the last bit; there the plain decode has to be enough.
-bool has_truth(const WholeSound& whole) {
+/// The ground truth is what FFmpeg 5.1 decodes, and 4.3, but that this leaves on the end of two
+/// files what 5.1 cuts off. In 7.1 samples of lossy sound differ by up to one of 16 bits. There the
+/// plain decode has to be enough.
+bool has_truth(const std::string& file, const WholeSound& whole) {
     constexpr unsigned kMajorOfTruth = 59;
-    return avcodec_version() >> 16 == kMajorOfTruth || whole.is_lossless;
+    const unsigned major = avcodec_version() >> 16;
+    if (major < kMajorOfTruth) {
+        return file != "vorbis.ogg" && file != "msmpeg4-wma-vfr.asf";
+    }
+    return major == kMajorOfTruth || whole.is_lossless;
 }
 
 class SharedSoundTest : public testing::TestWithParam<Row> {};
@@ -234,7 +239,7 @@ TEST_P(SharedSoundTest, SpansInARowAreTheWholeSound) {
     }
     Scene scene(path, row.stream);
     expect_exact_sequences(&scene);
-    if (!has_truth(scene.whole)) {
+    if (!has_truth(row.file, scene.whole)) {
         return;
     }
     // The ground truth knows the samples in 16 bits.
