@@ -535,9 +535,11 @@ bool Instance::is_damaged(const AVFrame& frame, bool draining) {
 }
 
 /// True for a picture at the end of the stream whose time lies before that of the one before it.
+/// One without a time is none.
 bool Instance::is_repeated(const AVFrame& frame, bool draining) {
-    const std::int64_t before = std::exchange(m_time_before, frame.best_effort_timestamp);
-    return draining && before != AV_NOPTS_VALUE && frame.best_effort_timestamp < before;
+    const std::int64_t time = frame.best_effort_timestamp;
+    const std::int64_t before = std::exchange(m_time_before, time);
+    return draining && time != AV_NOPTS_VALUE && before != AV_NOPTS_VALUE && time < before;
 }
 
 std::int64_t Instance::start_or_zero() const {
