@@ -5,6 +5,7 @@
 /// Throws std::runtime_error when it cannot.
 
 #include "tests/support/media.h"
+#include "tests/support/processor.h"
 #include "tests/support/temp_folder.h"
 
 #include <framewell/frame.h>
@@ -50,7 +51,8 @@ inline ProgramResult run_program(const std::string& name, const std::vector<std:
                                  const TemporaryFolder& folder, const std::string& input = "") {
     const TemporaryFolder streams;
     std::ofstream(streams.path("in"), std::ios::binary) << input;
-    std::vector<std::string> words{std::string(FRAMEWELL_EXAMPLES_FOLDER) + "/" + name};
+    std::vector<std::string> words =
+        command_of(std::string(FRAMEWELL_EXAMPLES_FOLDER) + "/" + name);
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words) {

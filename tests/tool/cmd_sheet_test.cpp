@@ -1,4 +1,5 @@
 #include "tests/support/media.h"
+#include "tests/support/processor.h"
 #include "tests/tool/drawn_pictures.h"
 #include "tests/tool/tool_run.h"
 #include "tools/framewell/clock_text.h"
@@ -62,9 +63,10 @@ std::string clip_colours() {
 
 void expect_colour(const Drawn& sheet, std::size_t x, std::size_t y, int red, int green, int blue) {
     const std::array<int, 3> pixel = sheet.at(x, y);
-    EXPECT_LE(std::abs(pixel[0] - red), 4) << x << "," << y;
-    EXPECT_LE(std::abs(pixel[1] - green), 4) << x << "," << y;
-    EXPECT_LE(std::abs(pixel[2] - blue), 4) << x << "," << y;
+    constexpr double kTolerance = 4 + fw_test::kFastBilinearRgbLoss;
+    EXPECT_NEAR(pixel[0], red, kTolerance) << x << "," << y;
+    EXPECT_NEAR(pixel[1], green, kTolerance) << x << "," << y;
+    EXPECT_NEAR(pixel[2], blue, kTolerance) << x << "," << y;
 }
 
 TEST(CmdSheetTest, ShowsThePicturesOfTheMiddlesInOrder) {

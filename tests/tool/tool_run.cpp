@@ -1,5 +1,7 @@
 #include "tests/tool/tool_run.h"
 
+#include "tests/support/processor.h"
+
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,18 +17,7 @@
 
 namespace fw_test {
 
-namespace {
-
-/// What starts the tool. A tool for another processor is run by what runs the test itself.
-std::vector<std::string> tool_words() {
-#ifdef FRAMEWELL_TOOL_EMULATOR
-    return {FRAMEWELL_TOOL_EMULATOR, FRAMEWELL_TOOL_PATH};
-#else
-    return {FRAMEWELL_TOOL_PATH};
-#endif
-}
-
-}  // namespace
+namespace {}  // namespace
 
 std::vector<std::string> lines_of(const std::string& text) {
     std::vector<std::string> lines;
@@ -58,7 +49,7 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments, const std::s
     if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(results, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipes");
     }
-    std::vector<std::string> words = tool_words();
+    std::vector<std::string> words = command_of(FRAMEWELL_TOOL_PATH);
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words) {
@@ -150,7 +141,7 @@ int ToolProcess::wait_for_end() {
 
 std::string tool_command() {
     std::string command;
-    for (const std::string& word : tool_words()) {
+    for (const std::string& word : command_of(FRAMEWELL_TOOL_PATH)) {
         command += (command.empty() ? "'" : " '") + word + "'";
     }
     return command;

@@ -1,3 +1,4 @@
+#include "tests/support/processor.h"
 #include "tests/support/sanitized.h"
 
 #include <framewell/utils/charset.h>
@@ -319,6 +320,9 @@ bool limit_memory(std::size_t bytes) {
 TEST_F(CharsetTest, MemoryThatRunsOutIsToldAndNotThrown) {
     if (fw_test::kSanitized) {
         GTEST_SKIP() << "sanitizers need more address space than there is";
+    }
+    if (fw_test::kEmulated) {
+        GTEST_SKIP() << "the emulator needs address space of its own";
     }
     const std::string text(std::size_t{64} << 20, 'a');  // 256 MiB of wide characters
     const ChildEnd end = run_in_child([&text] {
