@@ -9,11 +9,11 @@
 
 namespace fw_test {
 
-// ThreadSanitizer, and clang's AddressSanitizer, must be the ones that define these functions.
+// ThreadSanitizer must be the one that defines these functions.
 #if defined(__SANITIZE_THREAD__)
 #define FW_TEST_CAN_REFUSE 0
 #elif defined(__clang__) && defined(__has_feature)
-#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
+#if __has_feature(thread_sanitizer)
 #define FW_TEST_CAN_REFUSE 0
 #endif
 #endif
