@@ -189,9 +189,10 @@ std::int64_t count_wanted(AudioRun* run, const Rational& end, int sample_rate) {
 /// Takes up to `wanted` samples out of the FIFO. Empty if there are none.
 std::shared_ptr<AVFrame> read_samples(FFDecoderPrivate* decoder, const StreamCtx& stream,
                                       std::int64_t wanted) {
-    // No more room than there are samples: a span may be years long.
+    // No more room than there are samples: a span may be years long. Or as long backwards, which no
+    // FIFO reads.
     const int buffered = av_audio_fifo_size(decoder->m_fifo.get());
-    const int room = static_cast<int>(std::min<std::int64_t>(wanted, buffered));
+    const int room = static_cast<int>(std::clamp<std::int64_t>(wanted, -1, buffered));
     std::shared_ptr<AVFrame> frame = decoder->m_span_frame.take(stream, room);
     if (!frame) {
         return nullptr;

@@ -315,6 +315,15 @@ TEST_F(AudioRunTest, AReversedSpanFailsAndTheNextRunIsRight) {
     EXPECT_EQ(sound_bytes(decoder.ask(seconds(1), {3, 2})), ramp_bytes(48000, 24000));
 }
 
+TEST_F(AudioRunTest, AReversedSpanOfADayFailsAsAShortOneDoes) {
+    OpenDecoder decoder(ramp_wav(48000, 96000));
+    // So many samples that, of 32 bits, they are five hundred million forwards.
+    const std::int64_t back = (std::int64_t{1} << 32) - 500000000;
+    EXPECT_FALSE(decoder.ask(seconds(1), {48000 - back, 48000}));
+    EXPECT_EQ(log.count_exactly("audio io read failed: Invalid argument"), 1U);
+    EXPECT_EQ(sound_bytes(decoder.ask(seconds(1), {3, 2})), ramp_bytes(48000, 24000));
+}
+
 TEST_F(AudioRunTest, BeforeTheStreamThereIsSilence) {
     OpenDecoder decoder(ramp_wav(48000, 96000));
     EXPECT_EQ(sound_bytes(decoder.ask(seconds(-1), seconds(1))),

@@ -26,6 +26,10 @@ namespace {
 
 constexpr int kSourceArgsSize = 512;
 
+// Filters take memory for a part of a second of sound: at what a damaged header may say, of
+// gigabytes. The most that sound comes with is an eighth of 22.6 MHz.
+constexpr int kMaxSampleRate = 1 << 24;
+
 bool are_given(const CodecContext* ctx, const char* desc) {
     if (ctx != nullptr && desc != nullptr) {
         return true;
@@ -107,6 +111,10 @@ int AVFilterMgr::init_video_filters(const CodecContext* ctx, const char* desc) {
 
 int AVFilterMgr::init_audio_filters(const CodecContext* ctx, const char* desc) {
     if (!are_given(ctx, desc)) {
+        return AVERROR(EINVAL);
+    }
+    if (ctx->sample_rate > kMaxSampleRate) {
+        av_log(nullptr, AV_LOG_ERROR, "no filters for %d samples per second\n", ctx->sample_rate);
         return AVERROR(EINVAL);
     }
     const std::uint64_t mask = ctx->channel_layout != 0

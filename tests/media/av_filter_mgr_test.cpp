@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -293,6 +294,21 @@ TEST(AVFilterMgrTest, LogsAVideoDescriptionThatDoesNotParse) {
     EXPECT_LT(r, 0);
     ASSERT_FALSE(log.texts(AV_LOG_ERROR).empty());
     EXPECT_EQ(log.texts(AV_LOG_ERROR).back(), "filter parse failed: " + error_text(r) + "\n");
+}
+
+TEST(AVFilterMgrTest, RefusesMoreSamplesPerSecondThanSoundHas) {
+    AVFilterMgr filter;
+    CodecContext context = audio_context(2, AV_CH_LAYOUT_STEREO);
+    context.sample_rate = 1 << 24;
+    EXPECT_GE(filter.init_filters(&context, "atempo=2"), 0);
+    for (const int rate : {(1 << 24) + 1, 2130750532, std::numeric_limits<int>::max()}) {
+        context.sample_rate = rate;
+        AvLogCapture log;
+        EXPECT_EQ(filter.init_filters(&context, "atempo=2"), AVERROR(EINVAL));
+        EXPECT_EQ(log.texts(AV_LOG_ERROR),
+                  std::vector<std::string>{"no filters for " + std::to_string(rate) +
+                                           " samples per second\n"});
+    }
 }
 
 TEST(AVFilterMgrTest, LogsAVideoGraphThatCannotBeConfigured) {
