@@ -238,10 +238,12 @@ private:
         std::deque<SoakActor> actors;
         for (std::size_t number = 0; number < kLoadThreads; ++number) {
             std::vector<Seat*> own;
-            for (std::size_t at = number; at < all.size(); at += kLoadThreads) {
-                own.push_back(all[at]);
+            std::vector<Seat*> lent;
+            for (std::size_t at = 0; at < all.size(); ++at) {
+                (at % kLoadThreads == number ? own : lent).push_back(all[at]);
             }
-            actors.emplace_back(surroundings(number), mixed_seed(m_options.seed, number), own, all);
+            actors.emplace_back(surroundings(number), mixed_seed(m_options.seed, number), own,
+                                lent);
         }
         let_act(&actors, m_options.seconds);
     }
