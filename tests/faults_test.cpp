@@ -392,7 +392,7 @@ class NoLogDeathTest : public testing::Test {
 protected:
     void SetUp() override {
         if (fw_test::kEmulated) {
-            GTEST_SKIP() << "starts itself anew, which takes an emulator that the system knows of";
+            GTEST_SKIP() << fw_test::kCannotStartAnew;
         }
         testing::GTEST_FLAG(death_test_style) = "threadsafe";
         const auto picture = opened<ff::FFDecoder>(video())->getVideoFrame(picture_at({1, 1}));

@@ -197,7 +197,7 @@ ReadsAtExit g_reads_at_exit;
 
 TEST(DataDeathTest, ServesDestructorsOfStaticObjects) {
     if (fw_test::kEmulated) {
-        GTEST_SKIP() << "starts itself anew, which takes an emulator that the system knows of";
+        GTEST_SKIP() << fw_test::kCannotStartAnew;
     }
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(

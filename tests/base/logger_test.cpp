@@ -494,7 +494,7 @@ LogsAtExit g_logs_at_exit;
 
 TEST(LoggerDeathTest, LogsInDestructorsOfStaticObjects) {
     if (fw_test::kEmulated) {
-        GTEST_SKIP() << "starts itself anew, which takes an emulator that the system knows of";
+        GTEST_SKIP() << fw_test::kCannotStartAnew;
     }
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(

@@ -299,15 +299,16 @@ TEST(AVFilterMgrTest, LogsAVideoDescriptionThatDoesNotParse) {
 TEST(AVFilterMgrTest, RefusesMoreSamplesPerSecondThanSoundHas) {
     AVFilterMgr filter;
     CodecContext context = audio_context(2, AV_CH_LAYOUT_STEREO);
-    context.sample_rate = 1 << 24;
-    EXPECT_GE(filter.init_filters(&context, "atempo=2"), 0);
     for (const int rate : {(1 << 24) + 1, 2130750532, std::numeric_limits<int>::max()}) {
+        context.sample_rate = 1 << 24;
+        ASSERT_GE(filter.init_filters(&context, "atempo=2"), 0);
         context.sample_rate = rate;
-        AvLogCapture log;
+        const AvLogCapture log;
         EXPECT_EQ(filter.init_filters(&context, "atempo=2"), AVERROR(EINVAL));
         EXPECT_EQ(log.texts(AV_LOG_ERROR),
                   std::vector<std::string>{"no filters for " + std::to_string(rate) +
                                            " samples per second\n"});
+        EXPECT_EQ(filter.filter_graph, nullptr) << "the graph before it is gone";
     }
 }
 

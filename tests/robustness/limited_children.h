@@ -25,7 +25,7 @@ enum class Ending {
 const char* name_of(Ending ending);
 
 struct ChildLimits {
-    double cpu_seconds = 60;
+    double cpu_seconds = 30;
     double memory_mb = 2048;
 };
 

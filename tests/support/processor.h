@@ -15,6 +15,9 @@ constexpr bool kEmulated = true;
 constexpr bool kEmulated = false;
 #endif
 
+/// Why a test that starts itself anew, as a death test may, is skipped where kEmulated is true.
+constexpr const char* kCannotStartAnew = "the emulator does not start this program anew";
+
 /// Returns the words that start a program of this build: behind what runs the test itself, if that
 /// is an emulator.
 inline std::vector<std::string> command_of(const std::string& program) {

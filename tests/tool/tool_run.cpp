@@ -17,8 +17,6 @@
 
 namespace fw_test {
 
-namespace {}  // namespace
-
 std::vector<std::string> lines_of(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);
