@@ -139,6 +139,8 @@ void Instance::close() {
     m_jitter->reset(AV_NOPTS_VALUE);
     m_landing = Landing::FileOpened;
     m_first_packet = {};
+    m_landed_on = {};
+    m_ahead.reset();
     m_flac_clock = {};
     m_has_concealed = false;
     m_gate = Gate::Open;
@@ -268,7 +270,7 @@ int Instance::read_packet(AVPacket* packet, const std::atomic<bool>* cancel) {
     if (m_packets_left == 0) {
         return AVERROR_EOF;
     }
-    int result = m_landing != Landing::BehindPacket ? read_at_landing(packet) : get_packet(packet);
+    int result = take_packet(packet);
     while (result >= 0 && !passes_key_gate(*packet)) {
         result = is_set(cancel) ? AVERROR_EXIT : get_packet(packet);
     }
@@ -278,6 +280,36 @@ int Instance::read_packet(AVPacket* packet, const std::atomic<bool>* cancel) {
     return result;
 }
 
+/// The next packet of the file, key frame or not.
+int Instance::take_packet(AVPacket* packet) {
+    if (m_ahead) {
+        av_packet_unref(packet);
+        av_packet_move_ref(packet, m_ahead.get());
+        m_ahead.reset();
+        return m_ahead_result;
+    }
+    return m_landing != Landing::BehindPacket ? read_at_landing(packet) : get_packet(packet);
+}
+
+bool Instance::landed_where_it_did_before() {
+    if (m_landing != Landing::SeekToTime) {
+        return false;
+    }
+    m_ahead.reset(av_packet_alloc());
+    if (!m_ahead) {
+        return false;
+    }
+    const PacketMark before = m_landed_on;
+    m_ahead_result = read_at_landing(m_ahead.get());
+    return m_landed_on.is_same_packet(before);
+}
+
+/// Nothing is known of a packet that could not be read.
+Instance::PacketMark Instance::mark_of(const AVPacket& packet, int read_result) {
+    return read_result >= 0 ? PacketMark{packet.pts, packet.dts, packet.pos, packet.duration}
+                            : PacketMark{};
+}
+
 /// Reads the first packet after opening or seeking, so that a stream of pictures begins in the same
 /// way every time: its first packet comes back with the times that it had at first, which some
 /// formats guess anew after a seek. And where a seek to the start ends behind it, as happens to
@@ -285,10 +317,9 @@ int Instance::read_packet(AVPacket* packet, const std::atomic<bool>* cancel) {
 int Instance::read_at_landing(AVPacket* packet) {
     const Landing landing = std::exchange(m_landing, Landing::BehindPacket);
     const int result = get_packet(packet);
+    m_landed_on = mark_of(*packet, result);
     if (landing == Landing::FileOpened) {
-        m_first_packet = result >= 0
-                             ? PacketMark{packet->pts, packet->dts, packet->pos, packet->duration}
-                             : PacketMark{};
+        m_first_packet = m_landed_on;
         return result;
     }
     if (m_first_packet.pos < 0) {
@@ -342,6 +373,7 @@ bool Instance::seek(std::int64_t ts, bool flush) {
     m_jitter->reset(at_start ? start_or_zero() : AV_NOPTS_VALUE);
     expect_key_frame(at_start);
     m_sound_place = {};
+    m_ahead.reset();
     const bool is_video = m_codec->codec_type == AVMEDIA_TYPE_VIDEO;
     if (is_video || has_plain_samples() || m_flac_clock.is_running()) {
         note_first_packet();
@@ -456,6 +488,9 @@ void Instance::swap(Instance* other) {
     std::swap(m_jitter, other->m_jitter);
     std::swap(m_landing, other->m_landing);
     std::swap(m_first_packet, other->m_first_packet);
+    std::swap(m_landed_on, other->m_landed_on);
+    std::swap(m_ahead, other->m_ahead);
+    std::swap(m_ahead_result, other->m_ahead_result);
     std::swap(m_flac_clock, other->m_flac_clock);
     std::swap(m_has_concealed, other->m_has_concealed);
     std::swap(m_gate, other->m_gate);

@@ -70,6 +70,11 @@ public:
     /// decoder forgets what it holds. A failed seek to the start opens the file again instead.
     bool seek(std::int64_t ts, bool flush);
 
+    /// To be asked behind a seek: true if it ended at the packet at which the seek before it, or
+    /// the opening, did. A decoder of pictures gives the same from there again. Never true for
+    /// sound, where the seek's own time decides what comes out, nor behind a seek to the start.
+    bool landed_where_it_did_before();
+
     /// Exchanges everything with `other`.
     void swap(Instance* other);
 
@@ -91,6 +96,7 @@ private:
     void keep_sound_in_order(AVFrame* frame);
     std::int64_t next_sound_time(std::int64_t time, std::int64_t length);
     int read_packet(AVPacket* packet, const std::atomic<bool>* cancel);
+    int take_packet(AVPacket* packet);
     int read_at_landing(AVPacket* packet);
     void note_first_packet();
     int feed_decoder(AVPacket* packet, const std::atomic<bool>* cancel, bool* more_input);
@@ -120,7 +126,14 @@ private:
         std::int64_t dts = AV_NOPTS_VALUE;
         std::int64_t pos = -1;
         std::int64_t duration = 0;  // ticks
+
+        /// Unknown where a packet has no place in the file.
+        bool is_same_packet(const PacketMark& other) const {
+            return pos >= 0 && pos == other.pos && pts == other.pts && dts == other.dts;
+        }
     };
+
+    static PacketMark mark_of(const AVPacket& packet, int read_result);
 
     /// Where a frame of sound lies, ticks.
     struct SoundPlace {
@@ -144,6 +157,9 @@ private:
     std::unique_ptr<FrameJitter> m_jitter;
     Landing m_landing = Landing::FileOpened;
     PacketMark m_first_packet;  // of the stream, as it is when the file has just been opened
+    PacketMark m_landed_on;     // the first packet behind the last opening or seek
+    PacketPtr m_ahead;          // which has been read but not used; null if there is none
+    int m_ahead_result = 0;     // of reading it
     FlacClock m_flac_clock;
     bool m_has_concealed = false;  // the decoder has made up parts of pictures
     Gate m_gate = Gate::Open;

@@ -28,7 +28,7 @@ constexpr int kMaxErrorRetries = 4;
 constexpr int kStepsOfOneSecond = 16;
 
 // What the log shows for the frame of a step that the end of the stream caused.
-constexpr long long kNoFrame = -111111;
+constexpr std::int64_t kNoFrame = -111111;
 
 std::int64_t add_saturated(std::int64_t a, std::int64_t b) {
     std::int64_t sum = 0;
@@ -409,14 +409,29 @@ void FFDec_Task::report_broken() {
     }
 }
 
-/// The seek landed behind the time: tries a second earlier, at last the start of the stream.
-/// False if the stream cannot even be brought to its start: the pictures to come are not the first.
+/// The seek landed behind the time: tries a second earlier, at last the start of the stream. A step
+/// that ends where the one before it did is not decoded: in a damaged stream whose last key frame
+/// lies far back every step would read all the rest of it once more. False if the stream cannot
+/// even be brought to its start: the pictures to come are not the first.
 bool FFDec_Task::step_back(DecodeRun* run, std::int64_t frame_time, bool at_end) {
-    run->reset_tries();
     if (at_end) {
         // Beyond the end every step would only meet the end again.
         run->target = std::min(run->target, add_saturated(last_known_end(), m_one_second));
     }
+    do {
+        const bool sought = seek_earlier(run, at_end ? kNoFrame : frame_time);
+        if (run->target <= std::max<std::int64_t>(0, m_stream->start_time)) {
+            m_at_head = sought;
+            run->seeking = false;
+            return sought;
+        }
+    } while (!is_set(run->cancel) && m_instance->landed_where_it_did_before());
+    return true;
+}
+
+/// `frame_time`: of the frame that lies behind the time, for the log.
+bool FFDec_Task::seek_earlier(DecodeRun* run, std::int64_t frame_time) {
+    run->reset_tries();
     const std::int64_t back = run->next_step(m_one_second);
     run->target = std::max<std::int64_t>(0, add_saturated(run->target, -back));
     const AVCodecContext* const codec = m_instance->codec_context();
@@ -424,15 +439,8 @@ bool FFDec_Task::step_back(DecodeRun* run, std::int64_t frame_time, bool at_end)
                              : codec->codec_type == AVMEDIA_TYPE_AUDIO ? "Audio"
                                                                        : "Video";
     FW_LOG(5, "bg", "[%s]---> seeking=(%lld), cur_frame=(%lld), backward (1sec=%lld)", kind,
-           run->ts, at_end ? kNoFrame : static_cast<long long>(frame_time),
-           static_cast<long long>(m_one_second));
-    const bool sought = m_instance->seek(run->target, true);
-    if (run->target <= std::max<std::int64_t>(0, m_stream->start_time)) {
-        m_at_head = sought;
-        run->seeking = false;
-        return sought;
-    }
-    return true;
+           run->ts, static_cast<long long>(frame_time), static_cast<long long>(m_one_second));
+    return m_instance->seek(run->target, true);
 }
 
 /// The latest time that the stream is known to have; 0 when nothing is known.

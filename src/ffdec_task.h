@@ -83,6 +83,7 @@ private:
     bool accept_frame(DecodeRun* run, const std::shared_ptr<AVFrame>& frame);
     void answer_at_end(DecodeRun* run);
     bool step_back(DecodeRun* run, std::int64_t frame_time, bool at_end);
+    bool seek_earlier(DecodeRun* run, std::int64_t frame_time);
     std::shared_ptr<AVFrame> decode_one_more(std::atomic<bool>* cancel, bool allow_last);
 
     void repair_time(AVFrame* frame) const;

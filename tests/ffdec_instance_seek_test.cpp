@@ -86,6 +86,19 @@ TEST_P(InstanceSeekTest, EverythingAfterASeekIsWhatADecodeFromTheStartShows) {
     }
 }
 
+TEST_P(InstanceSeekTest, ToLookWhereItEndedChangesNothing) {
+    const LogCapture quiet;
+    Reader reader(small_clip_of(GetParam()), 0);
+    const auto all = reader.decode_all();
+    for (std::size_t i = 0; i < all.size(); i += 11) {
+        const bool sought = reader.instance.seek(all[i].pts, true);
+        const auto tail = reader.decode_all();
+        EXPECT_EQ(reader.instance.seek(all[i].pts, true), sought);
+        (void)reader.instance.landed_where_it_did_before();
+        EXPECT_EQ(reader.decode_all(), tail) << "after a seek to picture " << i;
+    }
+}
+
 TEST_P(InstanceSeekTest, FarBeyondTheEndIsNotTheEndOfTheInstance) {
     const LogCapture quiet;
     Reader reader(small_clip_of(GetParam()), 0);
@@ -116,6 +129,33 @@ TEST(InstanceSeekingTest, ASeekIntoTheMiddleStandsAtTheKeyPictureBefore) {
     EXPECT_EQ(reader.decode(), all[25]);
     ASSERT_TRUE(reader.instance.seek(all[24].pts, true));
     EXPECT_EQ(reader.decode(), all[0]);
+}
+
+TEST(InstanceSeekingTest, SeeksToOneKeyPictureAreToldFromOthers) {
+    Reader reader(small_mp4(), 0);
+    const auto all = as_decoded(reference_frames(small_mp4(), 0));
+    const auto lands_again = [&](std::size_t picture) {
+        EXPECT_TRUE(reader.instance.seek(all[picture].pts, true));
+        return reader.instance.landed_where_it_did_before();
+    };
+    EXPECT_FALSE(lands_again(40));
+    EXPECT_TRUE(lands_again(30));
+    EXPECT_EQ(reader.decode(), all[25]) << "the packet that was looked at is not lost";
+    EXPECT_TRUE(lands_again(25)) << "wherever it was read to";
+    EXPECT_TRUE(lands_again(26)) << "also where the packet was looked at only";
+    EXPECT_FALSE(lands_again(24));
+    EXPECT_TRUE(lands_again(1));
+    EXPECT_EQ(reader.decode_all(), all);
+    EXPECT_FALSE(lands_again(0)) << "the start stands for itself";
+    EXPECT_EQ(reader.decode_all(), all);
+}
+
+TEST(InstanceSeekingTest, ForSoundEverySeekIsAnother) {
+    Reader reader(fw_test::clip_aac(), 0);
+    for (int i = 0; i < 2; i++) {
+        ASSERT_TRUE(reader.instance.seek(44100, true));
+        EXPECT_FALSE(reader.instance.landed_where_it_did_before());
+    }
 }
 
 TEST(InstanceSeekingTest, PicturesThatReferToWhatLiesBeforeTheKeyPictureAreSkipped) {

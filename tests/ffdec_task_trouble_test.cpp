@@ -41,6 +41,14 @@ int real_receive_frame(AVCodecContext* ctx, AVFrame* frame) {
     return s_real(ctx, frame);
 }
 
+/// 300 pictures, of which each hundredth is a key picture.
+std::string ten_second_groups() {
+    return fw_test::make_clip(
+        "ten_second_groups.mp4",
+        fw_test::small_video("30", "10") +
+            "-c:v libx264 -preset veryfast -threads 1 -g 100 -sc_threshold 0");
+}
+
 class TaskTroubleTest : public fw_test::TaskFixture {
 protected:
     /// Lets the decoder refuse the next `count` packets.
@@ -353,6 +361,37 @@ TEST_F(TaskTroubleTest, StepsBackGrowWhereManyOfOneSecondFoundNothing) {
     // A tick is as long as a picture, and no step is shorter: 16 steps of one tick,
     // then 2, 4, 8, 16.
     EXPECT_EQ(log.count("backward (1sec=1)"), 20U);
+}
+
+TEST_F(TaskTroubleTest, StepsBackToOneKeyPictureDecodeFromItOnce) {
+    open(ten_second_groups());
+    ASSERT_EQ(all.size(), 300U);
+    int fed = 0;
+    g_demux_hooks.send_packet = [&](const AVPacket* packet) {
+        fed += packet != nullptr ? 1 : 0;
+        const bool is_lost = packet != nullptr && packet->pts >= pts(100);
+        return is_lost ? std::optional<int>(0) : std::nullopt;
+    };
+    const LogCapture log;
+    EXPECT_EQ(at(pts(250)), all[99]) << "the last picture that can be decoded";
+    EXPECT_EQ(log.count("backward (1sec"), 16U) << "from second 25 to before second 10";
+    EXPECT_EQ(fed, 100 + 200 + 300) << "one pass for each key picture";
+}
+
+TEST_F(TaskTroubleTest, AStepBackThatIsCancelledIsTheLast) {
+    open(ten_second_groups());
+    g_demux_hooks.send_packet = [](const AVPacket* packet) {
+        return packet != nullptr ? std::optional<int>(0) : std::nullopt;
+    };
+    std::atomic<bool> cancelled{false};
+    int seeks = 0;
+    g_demux_hooks.seek = [&](int, std::int64_t, int) {
+        cancelled = ++seeks == 4;
+        return std::nullopt;
+    };
+    const LogCapture log;
+    EXPECT_EQ(at(pts(250), &cancelled), kNothing);
+    EXPECT_EQ(seeks, 4);
 }
 
 TEST_F(TaskTroubleTest, AFileOfNothingThatTellsOfHoursIsGivenUpSoon) {

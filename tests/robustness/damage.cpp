@@ -229,14 +229,16 @@ private:
         m_yields[slot] = Yield{};
         ChildLimits limits = m_options.limits;
         // What a request may cost grows with what there is to read.
-        limits.cpu_seconds *= std::max(1.0, static_cast<double>(m_original->bytes.size()) / 1e6);
-        m_children.start(slot, limits, place(slot, ".txt"), [this, slot, copy] {
+        limits.step_seconds *= std::max(1.0, static_cast<double>(m_original->bytes.size()) / 1e6);
+        const auto body = [this, slot, copy] {
             const std::string path = place(slot, extension());
             Random random(mixed_seed(m_original->seed,
                                      mixed_seed(m_options.seed, static_cast<unsigned>(copy))));
             write_file(path, damaged_copy(m_original->bytes, kind_of(copy), &random));
             return use_file(path, seed_of_requests(m_options.seed, copy), &m_yields[slot]);
-        });
+        };
+        m_children.start(slot, limits, place(slot, ".txt"), body,
+                         [this, slot] { return m_yields[slot].steps; });
     }
 
     /// One kind after the other, and not the same first one for every file.
@@ -382,7 +384,7 @@ Options options_of(int argc, char** argv) {
         } else if (name == "--jobs") {
             options.jobs = static_cast<std::size_t>(std::max(1, std::stoi(value)));
         } else if (name == "--limit") {
-            options.limits.cpu_seconds = std::stod(value);
+            options.limits.step_seconds = std::stod(value);
         } else if (name == "--memory") {
             options.limits.memory_mb = std::stod(value);
         } else if (name == "--results") {
@@ -453,8 +455,9 @@ int replay_all(const Options& options) {
     int failed = 0;
     for (const std::string& path : options.paths) {
         yields[0] = Yield{};
-        children.start(0, options.limits, "",
-                       [&] { return use_file(path, seed_in_name(path), &yields[0]); });
+        children.start(
+            0, options.limits, "", [&] { return use_file(path, seed_in_name(path), &yields[0]); },
+            [&] { return yields[0].steps; });
         children.wait_for_all([&](const ChildEnd& end) {
             const Yield& yield = yields[0];
             failed += end.ending == Ending::Clean ? 0 : 1;

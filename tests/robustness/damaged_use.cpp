@@ -54,6 +54,7 @@ public:
 
 private:
     void step(const char* what, int stream, const ff::Rational& time) {
+        ++m_yield.steps;
         (void)std::snprintf(m_yield.step, sizeof m_yield.step, "%s, stream %d, time %lld/%lld",
                             what, stream, static_cast<long long>(time.num),
                             static_cast<long long>(time.den));

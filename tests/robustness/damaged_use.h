@@ -11,6 +11,7 @@ namespace fw_test {
 struct Yield {
     bool is_opened = false;  ///< the probe has a record of it
     std::int32_t streams = 0;
+    std::int32_t steps = 0;  ///< requests and all else that is one call or a few
     std::int32_t requests = 0;
     std::int32_t pictures = 0;
     std::int32_t spans = 0;       ///< of sound, with at least one sample

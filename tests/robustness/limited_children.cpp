@@ -111,7 +111,7 @@ std::size_t LimitedChildren::free_slot(const std::function<void(const ChildEnd&)
 }
 
 void LimitedChildren::start(std::size_t slot, const ChildLimits& limits, const std::string& output,
-                            const std::function<int()>& body) {
+                            const std::function<int()>& body, const std::function<int()>& steps) {
     (void)std::fflush(nullptr);  // or the child has it in its buffers, too
     const pid_t pid = ::fork();
     if (pid < 0) {
@@ -124,6 +124,7 @@ void LimitedChildren::start(std::size_t slot, const ChildLimits& limits, const s
     child = Child{};
     child.pid = pid;
     child.limits = limits;
+    child.steps = steps;
     child.moved_at = seconds_of(CLOCK_MONOTONIC);
 }
 
@@ -188,7 +189,12 @@ void LimitedChildren::watch(Child* child) {
         child->cpu_seconds = cpu;
         child->moved_at = now;
     }
-    if (cpu > child->limits.cpu_seconds) {
+    const int step = child->steps ? child->steps() : 0;
+    if (step != child->last_step) {
+        child->last_step = step;
+        child->step_began = cpu;
+    }
+    if (cpu - child->step_began > child->limits.step_seconds) {
         child->ending = Ending::TooLong;
     } else if (now - child->moved_at > kStuckSeconds) {
         child->ending = Ending::Stuck;

@@ -15,7 +15,7 @@ enum class Ending {
     Clean,      ///< it returned 0
     Complaint,  ///< it returned something else
     Signal,     ///< a signal ended it
-    TooLong,    ///< it used more processor time than it may
+    TooLong,    ///< one step used more processor time than it may
     Stuck,      ///< it used no processor time for a minute
     TooLarge,   ///< it had more memory than it may
     Stopped,    ///< all were to end
@@ -25,7 +25,7 @@ enum class Ending {
 const char* name_of(Ending ending);
 
 struct ChildLimits {
-    double cpu_seconds = 30;
+    double step_seconds = 10;  ///< of processor time
     double memory_mb = 2048;
 };
 
@@ -57,8 +57,10 @@ public:
 
     /// Runs `body` in a child. What it prints on either stream goes to the file `output`, unless
     /// that is empty. Its result is the child's status; what it throws ends the child.
+    /// `steps` is asked from this process and tells another number with each step that the child
+    /// takes, for instance from memory that both share; without it the whole of it is one step.
     void start(std::size_t slot, const ChildLimits& limits, const std::string& output,
-               const std::function<int()>& body);
+               const std::function<int()>& body, const std::function<int()>& steps = nullptr);
 
     /// Waits for all.
     void wait_for_all(const std::function<void(const ChildEnd&)>& on_end);
@@ -71,6 +73,9 @@ private:
     struct Child {
         pid_t pid = 0;  ///< 0: none
         ChildLimits limits;
+        std::function<int()> steps;
+        int last_step = 0;
+        double step_began = 0;          ///< seconds of its processor time
         Ending ending = Ending::Clean;  ///< why it was killed
         double cpu_seconds = 0;         ///< when it was last seen to move
         double moved_at = 0;            ///< seconds of the monotonic clock, likewise

@@ -27,10 +27,11 @@ using fw_test::TempFile;
 
 class LimitedChildrenTest : public ::testing::Test {
 protected:
-    ChildEnd run(const std::function<int()>& body, const ChildLimits& limits = {}) {
+    ChildEnd run(const std::function<int()>& body, const ChildLimits& limits = {},
+                 const std::function<int()>& steps = nullptr) {
         LimitedChildren children(1);
         ChildEnd last;
-        children.start(0, limits, output.path(), body);
+        children.start(0, limits, output.path(), body, steps);
         children.wait_for_all([&](const ChildEnd& end) { last = end; });
         return last;
     }
@@ -58,7 +59,7 @@ TEST_F(LimitedChildrenTest, NoticesASignal) {
 
 TEST_F(LimitedChildrenTest, EndsOneThatGoesOnForEver) {
     ChildLimits limits;
-    limits.cpu_seconds = 0.2;
+    limits.step_seconds = 0.2;
     const ChildEnd end = run(
         [] {
             for (volatile int i = 0; i >= 0; i = i % 2 + 1) {
@@ -68,6 +69,22 @@ TEST_F(LimitedChildrenTest, EndsOneThatGoesOnForEver) {
         limits);
     EXPECT_EQ(end.ending, Ending::TooLong);
     EXPECT_GE(end.cpu_seconds, 0.2);
+}
+
+TEST_F(LimitedChildrenTest, LetsOneGoOnThatTakesSteps) {
+    ChildLimits limits;
+    limits.step_seconds = 0.3;
+    int step = 0;  // as this process sees the child: twenty steps, and then no more
+    const ChildEnd end = run(
+        [] {
+            for (volatile int i = 0; i >= 0; i = i % 2 + 1) {
+            }
+            return 0;
+        },
+        limits, [&] { return step = std::min(step + 1, 20); });
+    EXPECT_EQ(end.ending, Ending::TooLong);
+    EXPECT_EQ(step, 20);
+    EXPECT_GE(end.cpu_seconds, 0.3);
 }
 
 TEST_F(LimitedChildrenTest, EndsOneThatGrows) {
