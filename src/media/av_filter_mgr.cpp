@@ -27,8 +27,10 @@ namespace {
 constexpr int kSourceArgsSize = 512;
 
 // Filters take memory for a part of a second of sound: at what a damaged header may say, of
-// gigabytes. The most that sound comes with is an eighth of 22.6 MHz.
-constexpr int kMaxSampleRate = 1 << 24;
+// gigabytes. And "atempo" transforms a 24th of a second at a time, for which libavutil (5.1) has
+// fast transforms of up to 2^17 samples: one of more takes hours. The most that sound comes with is
+// an eighth of 22.6 MHz.
+constexpr int kMaxSampleRate = 24 << 17;
 
 bool are_given(const CodecContext* ctx, const char* desc) {
     if (ctx != nullptr && desc != nullptr) {

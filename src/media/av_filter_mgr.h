@@ -48,8 +48,8 @@ public:
     void uninit();
 
     /// Replaces the graph by one for frames as `ctx` describes them. -1 for a type that is neither
-    /// video nor audio, AVERROR(EINVAL) for null arguments and for sound of more than 2^24 samples
-    /// per second. After a failure the graph stays, as far as it was built, until the next
+    /// video nor audio, AVERROR(EINVAL) for null arguments and for sound of more than 24 * 2^17
+    /// samples per second. After a failure the graph stays, as far as it was built, until the next
     /// init_filters() or uninit(), but takes and gives no frames.
     int init_filters(const CodecContext* ctx, const char* desc);
 
