@@ -5,6 +5,7 @@
 #include "cancel_flag.h"
 #include "ffdec_task.h"
 #include "ffmpeg_guard.h"
+#include "media/resampler.h"
 
 #include <framewell/media/ffmpeg_error.h>
 #include <framewell/utils/mempool.h>
@@ -380,9 +381,8 @@ bool FFDecoderPrivate::prepare_resampler(const AVFrame& frame, const RequireAudi
                                  req.sample_rate};
     const compat::AudioShape in{layout, compat::channel_count(frame),
                                 static_cast<AVSampleFormat>(frame.format), frame.sample_rate};
-    m_swr.reset(compat::make_resampler(m_swr.release(), out, in));
-    if (!m_swr || swr_init(m_swr.get()) < 0) {
-        m_swr.reset();
+    m_swr = open_resampler(std::move(m_swr), out, in);
+    if (!m_swr) {
         return false;
     }
     m_swr_params = shape;

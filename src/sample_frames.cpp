@@ -1,6 +1,7 @@
 #include "sample_frames.h"
 
 #include "base/log.h"
+#include "media/resampler.h"
 
 #include <framewell/frame.h>
 #include <framewell/media/ffmpeg_error.h>
@@ -99,11 +100,8 @@ std::shared_ptr<AVFrame> FrameRefitter::take_rest(const StreamCtx& stream) {
 }
 
 void FrameRefitter::prepare(const StreamCtx& stream, const compat::AudioShape& in) {
-    m_swr.reset(compat::make_resampler(nullptr, announced_shape(stream), in));
+    m_swr = open_resampler(nullptr, announced_shape(stream), in);
     m_shape_in = in;
-    if (m_swr && swr_init(m_swr.get()) < 0) {
-        m_swr.reset();
-    }
 }
 
 /// A frame, or without one what is left, through m_swr. `result` is set unless this fails, with a

@@ -353,6 +353,33 @@ TEST_F(AudioRunTest, ASpanOfYearsIsRefused) {
     EXPECT_EQ(sound_bytes(decoder.ask(seconds(1), {3, 2})), ramp_bytes(48000, 24000));
 }
 
+TEST_F(AudioRunTest, ARateThatOnlyADamagedHeaderTellsIsNotResampled) {
+    OpenDecoder decoder(ramp_wav(1073763874, 22050));
+    ff::RequireAudioFrame request;
+    request.range = {{0, 1}, {1, 100}};
+    request.format = kS16;
+    request.channels = 1;
+    for (const int rate : {44100, 8000, 1}) {
+        request.sample_rate = rate;
+        EXPECT_FALSE(decoder.getAudioFrame(request)) << rate;
+    }
+    EXPECT_EQ(sound_bytes(decoder.ask(seconds(0), {1, 100000})), ramp_bytes(0, 10738))
+        << "as it is it can be had";
+}
+
+TEST_F(AudioRunTest, ARequestAtOneSamplePerSecondIsRefusedAndTheNextSpanIsRight) {
+    OpenDecoder decoder(ramp_wav(48000, 96000));
+    ff::RequireAudioFrame request;
+    request.range = {{0, 1}, {1, 1}};
+    request.format = kS16;
+    request.channels = 1;
+    for (const int rate : {1, 0, -48000}) {
+        request.sample_rate = rate;
+        EXPECT_FALSE(decoder.getAudioFrame(request)) << rate;
+    }
+    EXPECT_EQ(sound_bytes(decoder.ask(seconds(1), {3, 2})), ramp_bytes(48000, 24000));
+}
+
 TEST_F(AudioRunTest, FarBehindTheEndThereIsNothing) {
     OpenDecoder decoder(ramp_wav(48000, 96000));
     for (const std::int64_t start : {3, 90, 44740, 100000000}) {

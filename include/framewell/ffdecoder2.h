@@ -55,8 +55,9 @@ public:
     /// Sets the filters that every frame runs through, in libavfilter's syntax ("hflip",
     /// "volume=0.5"). Null, "", "null" and "anull": none. Sound at another speed than 1 runs
     /// through atempo first.
-    /// @return  false if libavfilter refuses the description (it says why through av_log): then no
-    ///          filter runs, and the description is kept for the next setSpeed().
+    /// @return  false if libavfilter refuses the description, and for sound of more than 3.1 MHz,
+    ///          which only damaged files tell of (av_log says why): then no filter runs, and the
+    ///          description is kept for the next setSpeed().
     /// A line on standard error tells what is opened or closed.
     bool setFilters(const char* filters);
 

@@ -43,8 +43,9 @@ struct RequireVideoFrame {
 struct RequireAudioFrame {
     Range range{{0, 1}, {0, 1}};              ///< [start, end), seconds from the movie's start
     SampleFormat format = SampleFormat::S16;  ///< of the result; SampleFormat::SeekOnly gives none
-    std::int32_t sample_rate = 44100;         ///< of the result, Hz
-    std::int32_t channels = 2;                ///< of the result
+    /// Of the result, Hz. At less than a 2048th of the stream's rate no request gives anything.
+    std::int32_t sample_rate = 44100;
+    std::int32_t channels = 2;                        ///< of the result
     mutable std::atomic<bool>* abort_flag = nullptr;  ///< as in RequireVideoFrame
 };
 

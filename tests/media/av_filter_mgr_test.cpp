@@ -1,16 +1,14 @@
 #include "media/av_filter_mgr.h"
 
+#include "tests/support/av_log_capture.h"
 #include "tests/support/processor.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <limits>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -19,61 +17,7 @@ namespace {
 using ff::AVFilterMgr;
 using ff::CodecContext;
 using ff::FramePtr;
-
-/// Records what is logged through av_log without a context, as the manager does it. libavfilter
-/// itself mostly logs with one, but not all of the time.
-class AvLogCapture {
-public:
-    AvLogCapture() {
-        lines().clear();
-        av_log_set_callback(&AvLogCapture::record);
-    }
-
-    AvLogCapture(const AvLogCapture&) = delete;
-    AvLogCapture& operator=(const AvLogCapture&) = delete;
-
-    ~AvLogCapture() { av_log_set_callback(av_log_default_callback); }
-
-    std::vector<std::string> texts(int level) const {
-        const std::lock_guard<std::mutex> lock(mutex());
-        std::vector<std::string> found;
-        for (const Line& line : lines()) {
-            if (line.level == level) {
-                found.push_back(line.text);
-            }
-        }
-        return found;
-    }
-
-private:
-    struct Line {
-        int level;
-        std::string text;
-    };
-
-    static std::vector<Line>& lines() {
-        static std::vector<Line> s_lines;
-        return s_lines;
-    }
-
-    static std::mutex& mutex() {
-        static std::mutex s_mutex;
-        return s_mutex;
-    }
-
-    static void record(void* context, int level, const char* format, std::va_list args) {
-        if (context != nullptr) {
-            return;
-        }
-        char text[512];
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-        (void)std::vsnprintf(text, sizeof text, format, args);
-#pragma GCC diagnostic pop
-        const std::lock_guard<std::mutex> lock(mutex());
-        lines().push_back({level, text});
-    }
-};
+using fw_test::AvLogCapture;
 
 std::string error_text(int error) {
     char text[64] = "";
